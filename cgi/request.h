@@ -1,0 +1,91 @@
+// The request record: the one global state of a request, filled at start-up and read by all.
+#ifndef TESSEL_CGI_REQUEST_H
+#define TESSEL_CGI_REQUEST_H
+
+#include <cstdio>
+
+struct operator_entry;
+struct form_entry;
+class sorted_map;
+class table_array;
+
+// The CGI variables, each the environment's value or a shared empty string (never null).
+struct cgi_vars {
+    const char* server_software;
+    const char* server_name;
+    const char* gateway_interface;
+    const char* server_protocol;
+    const char* server_port;
+    const char* request_method;
+    const char* request_uri;
+    const char* path_info;
+    const char* path_translated;
+    const char* script_name;
+    const char* query_string;
+    const char* remote_host;  // REMOTE_ADDR when the server sent no host name
+    const char* remote_addr;
+    const char* auth_type;
+    const char* remote_user;
+    const char* remote_ident;
+    const char* content_type;
+    const char* http_accept;
+    const char* http_user_agent;
+    const char* http_referer;
+    const char* http_cookie;
+    const char* document_root;
+};
+
+struct request_record {
+    char* content_type;        // media type of the response; "text/html" until `header`
+    bool content_type_set;     // `header` replaced the type: compaction keeps blanks
+    bool output_enabled;       // false once an operator wrote its own whole response
+    char* request_uri;         // REQUEST_URI as it is after .profile
+    char* page_path;           // PATH_TRANSLATED as read at start
+    cgi_vars cgi;
+    int content_length;
+    FILE* output_stream;
+    FILE* input_stream;
+
+    form_entry* form_entries;     // query-string entries, then body entries
+    form_entry* form_cursor;      // next entry for form_find_next
+    const char* form_cursor_name; // name being searched by form_find_next
+
+    int source_charset;  // code page of the page sources (SOURCE_CHARSET)
+    int output_charset;  // code page of the response (CHARSET)
+
+    operator_entry* operators;  // registry, in registration order
+    int depth;                  // nesting counter of operator calls
+
+    sorted_map* macros;     // macro name -> body
+    sorted_map* variables;  // variable store of `var` and `eval`
+    table_array* tables;    // table registry, created when the table family registers
+    int escape_mode;        // 1 none, 2 config, 3 html, 4 sql, 5 javascript
+    int compaction_enabled; // switched by `optimize`
+    int autoexec_running;   // set while a definition file's "autoexec" runs
+
+    const char* log_names[2];  // access log, error log
+};
+
+extern request_record req;
+
+// The banner shown when the program is run without a page.
+constexpr const char* TESSEL_BANNER = "tessel 1.0 (168mysql-omr2 build)";
+
+// Fills the record from the environment (the 22 CGI variables and CONTENT_LENGTH) and
+// selects the code pages.
+void request_init();
+
+// A file name resolved for the page: "/x" is DOCUMENT_ROOT followed by "/x"; anything else is
+// relative to the page's directory. Ownership: borrows name, new result.
+char* resolve_path(const char* name);
+
+// The page main: .profile, checks, registration, macros, the page, the response. Returns 0.
+int render_page();
+
+// Applies ".profile" of the working directory: KEY=VALUE lines become environment variables.
+void apply_profile();
+
+// Squeezes runs of blanks (HTML) or of line breaks (other content types) in place.
+void compact_page(char* text);
+
+#endif

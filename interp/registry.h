@@ -1,0 +1,87 @@
+// The operator registry and the expander that finds "^name[p1;p2]" calls and splices results.
+#ifndef TESSEL_INTERP_REGISTRY_H
+#define TESSEL_INTERP_REGISTRY_H
+
+#include <cstddef>
+
+// A handler reads (count, params) and returns a new heap string or null. The parameter slots
+// belong to the expander: a handler may replace a slot (with a heap string or null) but never
+// frees one. An empty parameter is a null slot.
+using operator_handler = char* (*)(int count, char** params);
+
+// Flag bit 0: parameters are handed over unexpanded; the handler expands what it needs.
+constexpr unsigned RAW_PARAMS = 1;
+
+// The most parameters one call may carry; a call with more is left as text.
+constexpr int MAX_PARAMS = 19;
+
+// The nesting depth beyond which every call yields "[infinite operator recursion detected]".
+constexpr int MAX_DEPTH = 999;
+
+struct operator_entry {
+    operator_entry* next;
+    operator_handler handler;
+    char* name;
+    int param_count;  // 0: any number
+    unsigned flags;
+};
+
+// One row of a family's registration table.
+struct op_row {
+    const char* name;
+    operator_handler handler;
+    int param_count;
+    unsigned flags;
+};
+
+// Adds an operator at the tail of the registry. Ignored for a null or empty name and for a
+// name that is registered already: the first registration wins. Ownership: borrows name.
+void register_operator(const char* name, operator_handler handler, int param_count,
+                       unsigned flags);
+
+// Registers each row in order.
+template <size_t N>
+void register_rows(const op_row (&rows)[N])
+{
+    for (const op_row& row : rows)
+        register_operator(row.name, row.handler, row.param_count, row.flags);
+}
+
+// The entry registered under name (exact bytes), null when none or name is null.
+// Ownership: view.
+const operator_entry* find_operator(const char* name);
+
+// Evaluates one call: depth check, lookup, parameter expansion (unless raw), count check,
+// handler. Errors come back as bracketed texts. Ownership: borrows name, params stay the
+// caller's, new result.
+char* call_operator(const char* name, int count, char** params);
+
+// Expands every call in text; results are never rescanned. Null when the result is empty.
+// Ownership: takes text, new result.
+char* expand_in_place(char* text);
+
+// expand_in_place of a copy. Ownership: borrows text, new result.
+char* expand_copy(const char* text);
+
+// ---- parameter accessors for handlers ---------------------------------------------------
+
+// Parameter i, or null when the call has fewer. Ownership: view.
+inline const char* param_text(int count, char** params, int i)
+{
+    return i < count ? params[i] : nullptr;
+}
+
+// Parameter i as atoi reads it; 0 when absent.
+int param_int(int count, char** params, int i);
+
+// Parameter i, or fallback when it is absent or empty. Ownership: view.
+inline const char* param_or(int count, char** params, int i, const char* fallback)
+{
+    const char* p = param_text(count, params, i);
+    return p && *p ? p : fallback;
+}
+
+// A new copy of a literal page error such as "[if: wrong param count]". Ownership: new result.
+char* page_error(const char* text);
+
+#endif

@@ -1,0 +1,25 @@
+// Registration functions of the operator families, called in a fixed order at start-up.
+#ifndef TESSEL_OPS_OPS_H
+#define TESSEL_OPS_OPS_H
+
+// Registers every family in order; the first registration of a name wins.
+void register_all_operators();
+
+void register_optimize_ops();
+void register_request_ops();
+void register_misc_ops();
+void register_compare_ops();
+void register_macro_ops();
+void register_match_ops();
+void register_sort_ops();
+void register_string_case_ops();
+void register_table_ops();
+void register_cookie_ops();
+void register_sql_ops();
+void register_date_ops();
+void register_switch_ops();
+void register_control_ops();
+void register_access_ops();
+void register_string_ops();
+
+#endif

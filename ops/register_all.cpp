@@ -1,0 +1,36 @@
+// The one place that fixes the order in which operator families register.
+#include "ops/ops.h"
+
+// A name registered by two families belongs to the one listed first here.
+void register_all_operators()
+{
+    // 1 cache
+    register_optimize_ops();         // 2
+    // 3 request utilities: register_request_ops();
+    // 4 misc: register_misc_ops();
+    // 5 exec
+    // 6 files
+    // 7 image sizes
+    // 8 comparison and options: register_compare_ops();
+    // 9 macros: register_macro_ops();
+    // 10 match: register_match_ops();
+    // 11 mail
+    // 12 sort: register_sort_ops();
+    // 13 string case and split: register_string_case_ops();
+    // 14 tables: register_table_ops();
+    // 15 cookie: register_cookie_ops();
+    // 16 upload
+    // 17 uuencode
+    // 18 SQL: register_sql_ops();
+    // 19 counter
+    // 20 dates: register_date_ops();
+    // 21 GIF template
+    // 22 switch: register_switch_ops();
+    // 23 variables and control flow: register_control_ops();
+    // 24 access control: register_access_ops();
+    // 25 forum threads
+    // 26 download
+    // 27 chat
+    // 28 string functions: register_string_ops();
+    // 29 resource log
+}
