@@ -1,0 +1,206 @@
+// Tables: rows of TAB-separated cells with a cursor, named tables, and the table registry.
+//
+// A table is an object_array<char> whose slots are its rows (owned heap strings without their
+// line ends). Text form: rows end with "\n", cells are separated by one TAB, no quoting; a
+// table_named reads its first line as the column names. The registry (table_array) keeps the
+// tables of a request sorted by name; its current name (the "context") selects the table that
+// the table operators work on. A null string reads as empty text throughout.
+#ifndef TESSEL_CORE_TABLE_H
+#define TESSEL_CORE_TABLE_H
+
+#include "core/object_array.h"
+
+class table;
+
+// ---- lock violation ---------------------------------------------------------------------
+
+// Thrown when a table that a loop holds locked is looped over again (code 1) or would be
+// replaced or removed from the registry (code 2). The loop that locked `target` catches it,
+// stops, and reports the violation; loops over other tables let it pass.
+struct table_lock_violation {
+    int code;
+    const table* target;
+};
+
+constexpr int TABLE_LOCK_REENTERED = 1;
+constexpr int TABLE_LOCK_REPLACED = 2;
+
+// ---- cells ------------------------------------------------------------------------------
+
+// Bytes of the cell starting at cell, up to the next TAB or the end; 0 for null.
+int table_cell_length(const char* cell);
+
+// ---- table ------------------------------------------------------------------------------
+
+// Rows with a cursor (the current row, 0-based, starting at 0), a lock flag and a name. The
+// table owns its rows and its name. Not copyable.
+class table : public object_array<char> {
+public:
+    // An empty table: no rows, cursor 0, unlocked, no name.
+    table();
+
+    // Rows from text: split at every "\n"; a final "\n" starts no further row, an empty
+    // piece between two line ends is an empty row, and carriage returns are kept.
+    // Ownership: takes text.
+    explicit table(char* text);
+
+    ~table() override;
+
+    // The row at index; an empty row reads as "". Requires: 0 <= index < count
+    // ("table row index %d out of range [0..%d]"). Ownership: view.
+    const char* row(int index) const;
+
+    // True when the cursor names an existing row.
+    bool has_current_row() const { return current_ >= 0 && current_ < count(); }
+
+    // Start of cell `column` in the current row, null when the row has fewer TABs.
+    // Requires: the current row exists (fatal as row()). Ownership: view.
+    const char* cell_start(int column) const;
+
+    // Copy of cell `column` of the current row; null when there is no current row, no such
+    // cell, or the cell is empty. Ownership: new result.
+    virtual char* item_by_index(int column) const;
+
+    // The column given by name. A plain table reads the name as a number (str_to_int), so
+    // non-numeric text selects column 0. Ownership: borrows name, new result.
+    virtual char* item_by_name(const char* name) const;
+
+    // Makes current the first row whose cell `column` (by item_by_name) equals value;
+    // row 0 and false when none does or value is null.
+    bool locate_exact(const char* column, const char* value);
+
+    // Makes current the row whose cell `column` is the longest prefix of value (the first of
+    // equal lengths); row 0 and false when none is.
+    bool locate_prefix(int column, const char* value);
+
+    // Moves the cursor cyclically by step: (step + current + count) % count; nothing on an
+    // empty table.
+    void shift(int step);
+
+    // Every row followed by "\n"; null for no rows. The header of a table_named is not
+    // written. Ownership: new result.
+    char* serialise() const;
+
+    // Marks the table as iterated by a loop. Throws table_lock_violation{1, this} when it is
+    // locked already (a loop over this table inside the loop's body).
+    void lock();
+    void unlock() { locked_ = false; }
+    bool locked() const { return locked_; }
+
+    int current() const { return current_; }
+    void set_current(int row) { current_ = row; }
+
+    // The name under which the registry keeps the table; null until stored. Ownership: view.
+    const char* name() const { return name_; }
+    // Ownership: borrows name.
+    void set_name(const char* name);
+
+    // Appends a copy of row (an empty copy for null). Ownership: borrows row.
+    void add_row(const char* row);
+
+    // Inserts a copy of row at index (see object_array::insert). Ownership: borrows row.
+    void insert_row(int index, const char* row);
+
+    // The row slots, for sorting in place. Ownership: view.
+    char** row_slots() const { return slots(); }
+
+protected:
+    // Adds the rows of text, split as the text constructor does. Ownership: borrows text.
+    void add_rows_from(const char* text);
+
+private:
+    bool locked_ = false;
+    int current_ = 0;
+    char* name_ = nullptr;
+};
+
+// ---- table_named --------------------------------------------------------------------
+
+// A table whose first text line names its columns. Owns the header copy and the name array.
+class table_named : public table {
+public:
+    // The first line becomes the column names, the lines after it the rows. An empty or
+    // absent text has no columns. Ownership: takes text.
+    explicit table_named(char* text);
+    ~table_named() override;
+
+    char* item_by_index(int column) const override;
+
+    // All-digit text is a column number; otherwise the first column of exactly that name; an
+    // unknown name gives "[invalid item name NAME]". Ownership: borrows name, new result.
+    char* item_by_name(const char* name) const override;
+
+    // Number of columns.
+    int column_count() const;
+
+    // Name of column i, null when out of range. Ownership: view.
+    const char* column_name(int i) const;
+
+private:
+    char** columns_ = nullptr;  // null-terminated; columns_[0] owns the header copy
+};
+
+// ---- sorted_array<table, char*> -------------------------------------------------------
+
+// Name comparison of the registry: strcmp, with null equal to null and before any text.
+int table_name_compare(const char* a, const char* b);
+
+// Tables kept in ascending order of name, found by binary search. Owns its tables.
+template <typename T, typename K>
+class sorted_array : public object_array<T> {
+public:
+    sorted_array(int limit, int delta) : object_array<T>(limit, delta) {}
+
+    // True when a table of that name exists; pos is the lower bound (the match when found).
+    bool find(K name, int& pos) const
+    {
+        int low = 0, high = this->count() - 1;
+        bool found = false;
+        while (low <= high) {
+            int mid = (low + high) / 2;
+            int order = table_name_compare(this->at(mid)->name(), name);
+            if (order >= 0) {
+                high = mid - 1;
+                found = found || order == 0;
+            } else {
+                low = mid + 1;
+            }
+        }
+        pos = low;
+        return found;
+    }
+};
+
+// ---- table_array --------------------------------------------------------------------
+
+// The table registry of a request, with its current name. Owns its tables and the name.
+class table_array : public sorted_array<table, const char*> {
+public:
+    table_array();
+    ~table_array() override;
+
+    // The current name (the context); null at start. Ownership: view.
+    const char* current_name() const { return current_name_; }
+    // Ownership: borrows name.
+    void set_current_name(const char* name);
+
+    // The table under the current name, or null. Ownership: view.
+    table* get_current() const { return get_by_name(current_name_); }
+
+    // The table under name (null finds the unnamed table), or null. Ownership: view.
+    table* get_by_name(const char* name) const;
+
+    // Stores t under the current name, destroying a table of that name. When that table is
+    // locked, t is destroyed instead and table_lock_violation{2, locked table} is thrown.
+    // Ownership: takes t.
+    void store(table* t);
+
+    // Destroys the table under the current name, if any. A locked table is left alone and
+    // table_lock_violation{2, that table} is thrown.
+    void remove_current();
+
+private:
+    char* current_name_ = nullptr;
+};
+
+#endif
