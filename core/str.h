@@ -41,6 +41,28 @@ private:
     char* s_;
 };
 
+// Builds a long text by appending, growing with amortised doubling.
+class str_builder {
+public:
+    str_builder() = default;
+    ~str_builder() { str_free(data_); }
+    str_builder(const str_builder&) = delete;
+    str_builder& operator=(const str_builder&) = delete;
+    void append(const char* s, size_t n);
+    void append(const char* s);  // null appends nothing
+    void append(char c) { append(&c, 1); }
+    size_t size() const { return size_; }
+    // The text built so far (never null). Ownership: view.
+    const char* view() const { return data_ ? data_ : ""; }
+    // Hands the text over and empties the builder: "" when nothing was appended, or null when
+    // null_if_empty is set. Ownership: new result.
+    char* take(bool null_if_empty);
+private:
+    char* data_ = nullptr;
+    size_t size_ = 0;
+    size_t capacity_ = 0;
+};
+
 // ---- copying and cutting --------------------------------------------------------------
 
 // Copy of s; null for null. Ownership: borrows s, new result.

@@ -1,0 +1,44 @@
+// Program entry: one run serves one request.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <cstdlib>
+#include <strings.h>
+#include <sys/stat.h>
+
+#include "cgi/form.h"
+#include "cgi/request.h"
+
+namespace {
+
+// A POST body is read when its content type is urlencoded or multipart (a prefix match either
+// way, so "multipart/form-data; boundary=..." and an empty type both select multipart).
+int read_body()
+{
+    const char* type = req.cgi.content_type;
+    if (strcasecmp(type, "application/x-www-form-urlencoded") == 0)
+        return read_post_body(false);
+    const char* multipart = "multipart/form-data";
+    size_t shorter = std::min(strlen(type), strlen(multipart));
+    if (strncasecmp(type, multipart, shorter) == 0)
+        return read_post_body(true);
+    return 0;
+}
+
+}  // namespace
+
+int main()
+{
+    umask(002);
+    form_init_hex();
+    request_init();
+    if (read_query_string() != 0 ||
+        (strcasecmp(req.cgi.request_method, "post") == 0 && read_body() != 0)) {
+        form_free_all();
+        return 255;
+    }
+    int status = render_page();
+    form_free_all();
+    fflush(stdout);
+    return status;
+}

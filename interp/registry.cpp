@@ -1,0 +1,200 @@
+// The operator registry and the expander.
+//
+// The registry is a list in registration order (first registration of a name wins) with a hash
+// index beside it, so a lookup costs the same whatever the number of operators. The expander
+// reads its input once, left to right, and writes into a separate output buffer: a result is
+// appended and never rescanned, which is exactly what splicing it into the text and scanning on
+// after it would do, without copying the rest of the text for every call.
+#include "interp/registry.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <unordered_map>
+
+#include "cgi/request.h"
+#include "core/str.h"
+
+namespace {
+
+std::unordered_map<std::string_view, operator_entry*>& registry_index()
+{
+    static std::unordered_map<std::string_view, operator_entry*> index;
+    return index;
+}
+
+// The parameters of one call: up to MAX_PARAMS heap strings, freed last to first.
+struct param_slots {
+    char* slots[MAX_PARAMS + 1] = {};
+    int count = 0;
+    param_slots() = default;
+    param_slots(const param_slots&) = delete;
+    param_slots& operator=(const param_slots&) = delete;
+    ~param_slots()
+    {
+        while (count > 0)
+            str_free(slots[--count]);
+    }
+};
+
+// Copies text[start, end) into the next slot, dropping one pair of enclosing backquotes.
+// False when the call would carry more than MAX_PARAMS parameters.
+bool store_param(param_slots& params, const char* text, size_t start, size_t end)
+{
+    int len = (int)(end - start);
+    const char* p = text + start;
+    char* value = len > 0 && p[0] == '`' && p[len - 1] == '`' ? str_sub(p, 1, len - 2)
+                                                             : str_sub(p, 0, len);
+    params.slots[params.count++] = value;
+    return params.count <= MAX_PARAMS;
+}
+
+// Scans the parameter list that opens at text[open] ("["). On success returns the index of the
+// closing "]" with the parameters stored; on failure (no closing bracket, too many parameters)
+// returns 0. Escaped ("^x") and backquoted brackets and semicolons are not structural.
+size_t scan_params(const char* text, size_t open, param_slots& params)
+{
+    int depth = 0;
+    bool escaped = false, quoted = false;
+    size_t start = open + 1;
+    for (size_t i = open;; i++) {
+        char c = text[i];
+        if (c == '\0')
+            return 0;
+        if (!escaped && !quoted) {
+            if (c == '[')
+                depth++;
+            else if (c == ']')
+                depth--;
+        }
+        if (depth == 0 || (c == ';' && depth == 1 && !escaped && !quoted)) {
+            if (!store_param(params, text, start, i))
+                return 0;
+            start = i + 1;
+        }
+        if (c == '`')
+            quoted = !quoted;  // an escaped backquote toggles too
+        if (escaped)
+            escaped = false;
+        else if (c == '^')
+            escaped = true;
+        if (depth == 0)
+            return i;
+    }
+}
+
+// Lowers the nesting counter when a dispatched call ends, by return or by exception.
+struct depth_guard {
+    depth_guard() = default;
+    depth_guard(const depth_guard&) = delete;
+    depth_guard& operator=(const depth_guard&) = delete;
+    ~depth_guard() { req.depth--; }
+};
+
+}  // namespace
+
+void register_operator(const char* name, operator_handler handler, int param_count,
+                       unsigned flags)
+{
+    if (!str_nonempty(name) || find_operator(name))
+        return;
+    auto* entry = (operator_entry*)checked_malloc(sizeof(operator_entry));
+    *entry = {nullptr, handler, str_dup(name), param_count, flags};
+    static operator_entry* tail = nullptr;
+    if (!req.operators)
+        req.operators = entry;
+    else
+        tail->next = entry;
+    tail = entry;
+    registry_index().emplace(entry->name, entry);
+}
+
+const operator_entry* find_operator(const char* name)
+{
+    if (!name)
+        return nullptr;
+    auto& index = registry_index();
+    auto found = index.find(name);
+    return found == index.end() ? nullptr : found->second;
+}
+
+char* call_operator(const char* name, int count, char** params)
+{
+    // Refused calls leave the counter raised on purpose: it counts nesting plus every refusal.
+    if (++req.depth > MAX_DEPTH)
+        return str_dup("[infinite operator recursion detected]");
+    const operator_entry* entry = find_operator(name);
+    if (!entry)
+        return str_join("[invalid operator ", name, "]", nullptr);
+    depth_guard leave;
+    if (!(entry->flags & RAW_PARAMS))
+        for (int i = 0; i < count; i++) {
+            char* raw = params[i];
+            params[i] = nullptr;  // the slot must not own the text while it is expanded
+            params[i] = expand_in_place(raw);
+        }
+    if (entry->param_count != 0 && entry->param_count != count)
+        return str_join("[invalid parameters to operator ", name, "]", nullptr);
+    return entry->handler(count, params);
+}
+
+char* expand_in_place(char* text)
+{
+    if (!text)
+        return nullptr;
+    str_holder input(text);
+    str_builder out;
+    size_t size = strlen(text);
+    size_t bracket = 0;  // cached position of the next "[" (size when there is none)
+    bool searched = false;
+    size_t i = 0;
+    while (i < size) {
+        const char* caret = (const char*)memchr(text + i, '^', size - i);
+        size_t at = caret ? caret - text : size;
+        out.append(text + i, at - i);
+        i = at;
+        if (i >= size)
+            break;
+        char next = text[i + 1];
+        if (next == '^' || next == ';' || next == '\0') {
+            if (next)
+                out.append(next);
+            i += 2;
+            continue;
+        }
+        if (!searched || (bracket < size && bracket <= i)) {
+            const char* b = (const char*)memchr(text + i + 1, '[', size - i - 1);
+            bracket = b ? b - text : size;
+            searched = true;
+        }
+        param_slots params;
+        size_t close = bracket < size ? scan_params(text, bracket, params) : 0;
+        if (close == 0) {
+            out.append('^');
+            i++;
+            continue;
+        }
+        str_holder name(str_sub(text, i + 1, bracket - i - 1));
+        str_holder result(call_operator(name.get(), params.count, params.slots));
+        out.append(result.get());
+        i = close + 1;
+        if (out.size() == 0 && i >= size)
+            return nullptr;  // the last call left the whole text empty
+    }
+    return out.take(false);
+}
+
+char* expand_copy(const char* text)
+{
+    return expand_in_place(str_dup(text));
+}
+
+int param_int(int count, char** params, int i)
+{
+    return str_to_int(param_text(count, params, i));
+}
+
+char* page_error(const char* text)
+{
+    return str_dup(text);
+}

@@ -1,0 +1,146 @@
+// Heap-string and file helpers.
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <unistd.h>
+
+#include "core/str.h"
+
+namespace {
+
+std::string own(char* s)
+{
+    std::string out = s ? s : "(null)";
+    str_free(s);
+    return out;
+}
+
+std::string temp_path(const char* name)
+{
+    return std::string(testing::TempDir()) + "/" + std::to_string(getpid()) + name;
+}
+
+TEST(Str, CopiesAndSubstrings)
+{
+    EXPECT_EQ(own(str_sub("abc", 1, 10)), "bc");
+    EXPECT_EQ(own(str_sub("abc", 1, 0)), "(null)");
+    EXPECT_EQ(own(str_sub("abc", 7, 2)), "(null)");
+    EXPECT_EQ(own(str_sub(nullptr, 0, 2)), "(null)");
+    EXPECT_EQ(own(str_dup_n("abcdef", 3)), "abc");
+    EXPECT_EQ(own(str_join("a", nullptr, "b", nullptr)), "a");
+    EXPECT_EQ(own(str_join("a", "b", "c", nullptr)), "abc");
+}
+
+TEST(Str, SpliceClampsAndEmptiesToNull)
+{
+    EXPECT_EQ(own(str_splice(str_dup("abc"), 0, 3, nullptr)), "(null)");
+    EXPECT_EQ(own(str_splice(str_dup("abc"), 1, 1, "XYZ")), "aXYZc");
+    EXPECT_EQ(own(str_splice(str_dup("abc"), 9, 9, "!")), "abc!");
+    EXPECT_EQ(own(str_insert(nullptr, 0, "x")), "x");
+    EXPECT_EQ(own(str_delete(str_dup("abc"), -4, 1)), "bc");
+}
+
+TEST(Str, AppendGrowsFromNull)
+{
+    char* s = nullptr;
+    str_append(s, nullptr);
+    EXPECT_EQ(s, nullptr);
+    str_append(s, "ab");
+    str_append_take(s, str_dup("cd"));
+    EXPECT_EQ(own(s), "abcd");
+
+    str_builder b;
+    for (int i = 0; i < 1000; i++)
+        b.append("xy");
+    EXPECT_EQ(b.size(), 2000u);
+    EXPECT_EQ(own(b.take(true)).size(), 2000u);
+    EXPECT_EQ(b.take(true), nullptr);
+    EXPECT_EQ(own(b.take(false)), "");
+}
+
+TEST(Str, CuttingAndFields)
+{
+    char text[] = "a,b,";
+    char* cursor = text;
+    EXPECT_STREQ(str_next_field(cursor, ','), "a");
+    EXPECT_STREQ(str_next_field(cursor, ','), "b");
+    EXPECT_EQ(str_next_field(cursor, ','), nullptr);
+
+    char pair[] = "key=value=more";
+    EXPECT_STREQ(str_cut_at(pair, '='), "value=more");
+    EXPECT_STREQ(pair, "key");
+    char path[] = "/a/b/c";
+    EXPECT_STREQ(str_cut_at_last(path, '/'), "c");
+    char sep[] = "x--y--z";
+    EXPECT_STREQ(str_cut_at_last_str(sep, "--"), "z");
+    EXPECT_STREQ(sep, "x--y");
+    char none[] = "xyz";
+    EXPECT_EQ(str_cut_at_str(none, "--"), nullptr);
+    EXPECT_EQ(str_cut_at_str(none, nullptr), none);
+}
+
+TEST(Str, Predicates)
+{
+    EXPECT_TRUE(str_equal(nullptr, nullptr));
+    EXPECT_FALSE(str_equal(nullptr, ""));
+    EXPECT_TRUE(str_ends_with("xab", "ab"));
+    EXPECT_FALSE(str_ends_with("abab", "ab"));  // only the first occurrence counts
+    EXPECT_TRUE(str_starts_with("abc", "ab"));
+    EXPECT_FALSE(str_starts_with(nullptr, "ab"));
+    EXPECT_TRUE(str_is_digits("0123"));
+    EXPECT_FALSE(str_is_digits(""));
+    EXPECT_FALSE(str_is_digits("12a"));
+    EXPECT_STREQ(fmt_int_padded(42, 5), "00042");
+    EXPECT_STREQ(fmt_ulong(4000000000ul), "4000000000");
+}
+
+TEST(File, ReadDropsCarriageReturnsAndComments)
+{
+    std::string path = temp_path("read.txt");
+    EXPECT_EQ(write_file(path.c_str(), "#x\ny\r\n\nz", false), nullptr);
+    EXPECT_EQ(own(read_file(path.c_str(), false, false)), "y\n\nz");
+    EXPECT_EQ(own(read_file(path.c_str(), true, true)), "y\nz");
+    EXPECT_EQ(read_file((path + "missing").c_str(), false, false), nullptr);
+    unlink(path.c_str());
+}
+
+TEST(File, WriteTruncatesAndReportsErrors)
+{
+    std::string path = temp_path("write.txt");
+    EXPECT_EQ(write_file(path.c_str(), "a long first text", true), nullptr);
+    EXPECT_EQ(write_file(path.c_str(), "short", false), nullptr);
+    EXPECT_EQ(own(read_file(path.c_str(), false, false)), "short");
+    EXPECT_EQ(own(write_file(nullptr, "x", false)), "no filename specified");
+    EXPECT_NE(own(write_file("/nonexistent-dir/x", "x", false)).find("(#"), std::string::npos);
+    EXPECT_EQ(file_remove(path.c_str()), nullptr);
+    EXPECT_NE(own(file_remove(path.c_str())).find("(#2)"), std::string::npos);
+}
+
+TEST(File, MtimeIsSetAndReported)
+{
+    std::string path = temp_path("mtime.txt");
+    str_free(write_file(path.c_str(), "x", false));
+    EXPECT_GT(file_mtime(path.c_str(), 1000000), 0);
+    EXPECT_EQ(file_mtime(path.c_str(), 0), 1000000);
+    EXPECT_EQ(file_mtime((path + "missing").c_str(), 0), 0);
+    unlink(path.c_str());
+}
+
+TEST(Process, ChildStreamsAndExitCode)
+{
+    child_process child;
+    ASSERT_TRUE(spawn_with_pipes("/bin/cat", nullptr, true, true, false, child));
+    ASSERT_EQ(write(child.in_fd, "ping", 4), 4);
+    close(child.in_fd);
+    char buffer[8] = {};
+    EXPECT_EQ(read(child.out_fd, buffer, sizeof buffer), 4);
+    EXPECT_STREQ(buffer, "ping");
+    close(child.out_fd);
+    EXPECT_EQ(wait_child(child), 0);
+
+    ASSERT_TRUE(spawn_with_pipes("/bin/false", nullptr, false, false, false, child));
+    EXPECT_EQ(wait_child(child), 1);
+}
+
+}  // namespace
