@@ -82,7 +82,7 @@ TEST_F(Expander, ParametersSplitAtDepthOne)
     EXPECT_EQ(expand("^show[a^;b]"), "(a;b)");
     EXPECT_EQ(expand("^show[`a;b`]"), "(a;b)");
     EXPECT_EQ(expand("^show[[a;b]]"), "([a;b])");
-    EXPECT_EQ(expand("^show[a^]b]"), "(a]b)");
+    EXPECT_EQ(expand("^show[a^]b]"), "(a^]b)");  // "^]" is not structural, nor an escape
     EXPECT_EQ(expand("^show[]"), "(-)");
     EXPECT_EQ(expand("^show[;x;]"), "(-|x|-)");
     EXPECT_EQ(expand("^one[]"), "(-)");
