@@ -1,0 +1,133 @@
+// Output escaping by the current mode, and URL decoding.
+#include "interp/escape.h"
+
+#include <cctype>
+#include <cstring>
+
+#include "cgi/request.h"
+#include "core/str.h"
+
+namespace {
+
+constexpr const char* MODE_NAMES[] = {"none", "config", "html", "sql", "javascript"};
+
+// The byte that parks a tab in "sql" mode until the tab fix restores it.
+constexpr char PARKED_TAB = 7;
+
+// Appends the replacement of c under an escaping mode ("html", "sql" or "javascript").
+void escape_byte(str_builder& out, char c, int mode)
+{
+    unsigned char u = (unsigned char)c;
+    if (mode == ESCAPE_MODE_HTML) {
+        switch (c) {
+        case '\t': out.append(' '); return;
+        case '"': out.append("&quot;"); return;
+        case '<': out.append("&lt;"); return;
+        case '>': out.append("&gt;"); return;
+        default: out.append(c); return;
+        }
+    }
+    if (c == '\t' && mode == ESCAPE_MODE_SQL) {
+        out.append(PARKED_TAB);
+        return;
+    }
+    if (c == '\n') {
+        out.append("\\n");
+        return;
+    }
+    if (c == '\r') {
+        out.append("\\r");
+        return;
+    }
+    bool quoted = c == '"' || c == '\'' || c == '\\';
+    if (quoted || (mode == ESCAPE_MODE_JAVASCRIPT && (u == 209 || u == 255)))
+        out.append('\\');
+    out.append(c);
+}
+
+// The copying modes build a new string; the result is never null for a non-null text.
+char* escape_copying(const char* text, int mode)
+{
+    str_builder out;
+    for (const char* p = text; *p; p++)
+        escape_byte(out, *p, mode);
+    return out.take(false);
+}
+
+int hex_digit(char c)
+{
+    static const char digits[] = "0123456789ABCDEF";
+    const char* at = c ? strchr(digits, toupper((unsigned char)c)) : nullptr;
+    return at ? (int)(at - digits) : 0;
+}
+
+}  // namespace
+
+int escape_mode_set(int mode)
+{
+    int previous = req.escape_mode;
+    if (mode != 0)
+        req.escape_mode = mode;
+    return previous;
+}
+
+int escape_mode_by_name(const char* name)
+{
+    int previous = req.escape_mode;
+    for (int i = 0; i < 5; i++)
+        if (str_equal(name, MODE_NAMES[i]))
+            req.escape_mode = i + 1;
+    return previous;
+}
+
+void escape_mode_restore(int saved)
+{
+    req.escape_mode = saved;
+}
+
+char* escape_apply(char* text, bool tab_fix)
+{
+    int mode = req.escape_mode;
+    if (!text || mode < ESCAPE_MODE_NONE || mode > ESCAPE_MODE_JAVASCRIPT)
+        return nullptr;
+    char* result = text;
+    if (mode == ESCAPE_MODE_CONFIG) {
+        str_replace_char(text, '\t', ' ');
+        str_replace_char(text, '\n', ' ');
+    } else if (mode != ESCAPE_MODE_NONE) {
+        result = escape_copying(text, mode);
+    }
+    if (tab_fix) {
+        if (result == text)
+            result = str_dup(text);  // the fix never changes the caller's text
+        str_replace_char(result, PARKED_TAB, '\t');
+    }
+    return result;
+}
+
+char* url_decode(const char* text)
+{
+    if (!text)
+        return nullptr;
+    str_builder out;
+    for (const char* p = text; *p; p++) {
+        if (*p == '+') {
+            out.append(' ');
+        } else if (*p == '%' && p[1] && p[2]) {
+            out.append((char)(16 * hex_digit(p[1]) + hex_digit(p[2])));
+            p += 2;
+        } else {
+            out.append(*p);
+        }
+    }
+    return out.take(false);
+}
+
+bool needs_url_escape(unsigned char byte)
+{
+    if (byte == 0)
+        return false;
+    bool alnum = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
+                 (byte >= '0' && byte <= '9');
+    return !alnum && !strchr("_-. ", byte);
+}

@@ -1,0 +1,58 @@
+// Output escaping of inserted data by the current mode, and URL decoding of single values.
+//
+// A null string reads as empty text. The current mode lives in req.escape_mode and starts at
+// 3 ("html"). Operators that insert data into a page pass it through escape_apply.
+#ifndef TESSEL_INTERP_ESCAPE_H
+#define TESSEL_INTERP_ESCAPE_H
+
+// ---- modes ------------------------------------------------------------------------------
+
+constexpr int ESCAPE_MODE_NONE = 1;        // "none": unchanged
+constexpr int ESCAPE_MODE_CONFIG = 2;      // "config": tabs and newlines become blanks
+constexpr int ESCAPE_MODE_HTML = 3;        // "html": tab to blank, quote and angle brackets
+constexpr int ESCAPE_MODE_SQL = 4;         // "sql": backslash escapes, tab parked as byte 7
+constexpr int ESCAPE_MODE_JAVASCRIPT = 5;  // "javascript": backslash escapes, bytes 209, 255
+
+// Returns the current mode and, unless mode is 0, makes mode current.
+int escape_mode_set(int mode);
+
+// Returns the current mode and, when name is exactly one of "none", "config", "html", "sql",
+// "javascript", makes that mode current; any other name (also "HTML") changes nothing.
+int escape_mode_by_name(const char* name);
+
+// Makes a mode returned by escape_mode_set or escape_mode_by_name current again.
+void escape_mode_restore(int saved);
+
+// Switches the mode for the lifetime of the object and restores the previous one after.
+class escape_mode_scope {
+public:
+    explicit escape_mode_scope(int mode) : saved_(escape_mode_set(mode)) {}
+    ~escape_mode_scope() { escape_mode_restore(saved_); }
+    escape_mode_scope(const escape_mode_scope&) = delete;
+    escape_mode_scope& operator=(const escape_mode_scope&) = delete;
+private:
+    int saved_;
+};
+
+// ---- escaping ---------------------------------------------------------------------------
+
+// Escapes text by the current mode. "none" returns text itself; "config" changes text in
+// place and returns it; "html", "sql" and "javascript" return a new string. With tab_fix the
+// result then has every byte 7 turned back into a tab (so "sql" keeps its tabs); this pass
+// yields a new string when the mode returned text itself. Null when text is null or the mode
+// is outside 1..5. Callers free the result when it differs from text.
+// Ownership: borrows text (may change it in place), result is text or new.
+char* escape_apply(char* text, bool tab_fix);
+
+// ---- URL decoding -----------------------------------------------------------------------
+
+// "+" becomes a blank and "%" with two following characters becomes the byte
+// 16 * first + second, each digit its position in "0123456789ABCDEF" after upper-casing
+// (0 when it is not a hex digit, so "a%2g" gives "a" and byte 32). A "%" with fewer than
+// two characters after it is kept. Null for null. Ownership: borrows text, new result.
+char* url_decode(const char* text);
+
+// False for ASCII letters, digits, the bytes of "_-. " and NUL; true for every other byte.
+bool needs_url_escape(unsigned char byte);
+
+#endif

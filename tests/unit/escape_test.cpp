@@ -1,0 +1,121 @@
+// Output escaping modes, the tab fix and URL decoding.
+#include <gtest/gtest.h>
+#include <string>
+
+#include "cgi/request.h"
+#include "core/str.h"
+#include "interp/escape.h"
+
+namespace {
+
+// Escapes a copy of text in the given mode and returns the result as a std::string.
+std::string escaped(int mode, const char* text, bool tab_fix = false)
+{
+    escape_mode_scope scope(mode);
+    char* copy = str_dup(text);
+    char* result = escape_apply(copy, tab_fix);
+    std::string out = result ? result : "(null)";
+    if (result != copy)
+        str_free(result);
+    str_free(copy);
+    return out;
+}
+
+std::string own(char* s)
+{
+    std::string out = s ? s : "(null)";
+    str_free(s);
+    return out;
+}
+
+TEST(Escape, ModesByNumber)
+{
+    EXPECT_EQ(escaped(ESCAPE_MODE_NONE, "a\t<\"'\n"), "a\t<\"'\n");
+    EXPECT_EQ(escaped(ESCAPE_MODE_CONFIG, "a\tb\nc<"), "a b c<");
+    EXPECT_EQ(escaped(ESCAPE_MODE_HTML, "a<b & c"), "a&lt;b & c");
+    EXPECT_EQ(escaped(ESCAPE_MODE_HTML, "\"x\">\ty\n"), "&quot;x&quot;&gt; y\n");
+    EXPECT_EQ(escaped(ESCAPE_MODE_SQL, "it's \"q\" a\\b\n\r"), "it\\'s \\\"q\\\" a\\\\b\\n\\r");
+    EXPECT_EQ(escaped(ESCAPE_MODE_JAVASCRIPT, "'\t\n\xd1\xff\xd0"), "\\'\t\\n\\\xd1\\\xff\xd0");
+}
+
+TEST(Escape, SqlParksTabsUntilTheTabFix)
+{
+    EXPECT_EQ(escaped(ESCAPE_MODE_SQL, "a\tb"), "a\x07" "b");
+    EXPECT_EQ(escaped(ESCAPE_MODE_SQL, "a\tb'", true), "a\tb\\'");
+    // Bytes 7 already in the text come out as tabs too, in every mode.
+    EXPECT_EQ(escaped(ESCAPE_MODE_NONE, "a\x07" "b", true), "a\tb");
+    EXPECT_EQ(escaped(ESCAPE_MODE_CONFIG, "a\tb", true), "a b");
+}
+
+TEST(Escape, NoneReturnsTheSameStringAndConfigWorksInPlace)
+{
+    char text[] = "x\ty";
+    int saved = escape_mode_set(ESCAPE_MODE_NONE);
+    EXPECT_EQ(escape_apply(text, false), text);
+    escape_mode_set(ESCAPE_MODE_CONFIG);
+    EXPECT_EQ(escape_apply(text, false), text);
+    EXPECT_STREQ(text, "x y");
+    escape_mode_restore(saved);
+}
+
+TEST(Escape, NullTextAndUnknownModeGiveNull)
+{
+    EXPECT_EQ(escaped(ESCAPE_MODE_HTML, nullptr), "(null)");
+    EXPECT_EQ(escaped(0 + 6, "abc"), "(null)");
+    EXPECT_EQ(escaped(-1, "abc"), "(null)");
+}
+
+TEST(Escape, ModeSelection)
+{
+    int start = escape_mode_set(ESCAPE_MODE_HTML);
+    EXPECT_EQ(escape_mode_set(0), ESCAPE_MODE_HTML);  // 0 only reads
+    EXPECT_EQ(escape_mode_by_name("sql"), ESCAPE_MODE_HTML);
+    EXPECT_EQ(req.escape_mode, ESCAPE_MODE_SQL);
+    escape_mode_by_name("HTML");
+    escape_mode_by_name(nullptr);
+    escape_mode_by_name("java");
+    EXPECT_EQ(req.escape_mode, ESCAPE_MODE_SQL);
+    escape_mode_by_name("javascript");
+    EXPECT_EQ(req.escape_mode, ESCAPE_MODE_JAVASCRIPT);
+    {
+        escape_mode_scope scope(ESCAPE_MODE_NONE);
+        EXPECT_EQ(req.escape_mode, ESCAPE_MODE_NONE);
+    }
+    EXPECT_EQ(req.escape_mode, ESCAPE_MODE_JAVASCRIPT);
+    escape_mode_restore(start);
+}
+
+TEST(Escape, UrlDecode)
+{
+    EXPECT_EQ(own(url_decode("a+b%20c%2fd%2F")), "a b c/d/");
+    EXPECT_EQ(own(url_decode("a%2g")), "a ");
+    EXPECT_EQ(own(url_decode("%e4%C4")), "\xe4\xc4");
+    EXPECT_EQ(own(url_decode("50%")), "50%");
+    EXPECT_EQ(own(url_decode("5%4")), "5%4");
+    EXPECT_EQ(own(url_decode("")), "");
+    EXPECT_EQ(own(url_decode(nullptr)), "(null)");
+}
+
+TEST(Escape, UrlDecodeUndoesPercentEncodingOfEveryByte)
+{
+    for (int byte = 1; byte < 256; byte++) {
+        char encoded[4];
+        snprintf(encoded, sizeof encoded, "%%%02X", byte);
+        std::string decoded = own(url_decode(encoded));
+        ASSERT_EQ(decoded.size(), 1u) << byte;
+        EXPECT_EQ((unsigned char)decoded[0], byte);
+    }
+}
+
+TEST(Escape, NeedsUrlEscape)
+{
+    for (const char* safe = "azAZ09_-. "; *safe; safe++)
+        EXPECT_FALSE(needs_url_escape(*safe)) << *safe;
+    EXPECT_FALSE(needs_url_escape(0));
+    for (const char* unsafe = "+%&=/?#\"'\t\n~"; *unsafe; unsafe++)
+        EXPECT_TRUE(needs_url_escape(*unsafe)) << *unsafe;
+    EXPECT_TRUE(needs_url_escape(0xe9));
+    EXPECT_TRUE(needs_url_escape(0x7f));
+}
+
+}  // namespace
