@@ -1,0 +1,423 @@
+// Form input: decoding of the query string, urlencoded and multipart bodies, and the lookups.
+#include "cgi/form.h"
+
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+
+#include "cgi/charset.h"
+#include "cgi/log.h"
+#include "cgi/request.h"
+#include "core/str.h"
+
+namespace {
+
+constexpr int READ_PIECE = 1048576;       // the body is read in pieces of at most 1 MiB
+constexpr const char* FILE_VALUE = "(file)";  // what a file field reads as by name
+
+unsigned char hex_digit[256];
+
+// The name form_find_next searches for; req.form_cursor_name points at it.
+char* cursor_name = nullptr;
+
+// ---- building entries -------------------------------------------------------------------
+
+// A heap copy of len bytes that may hold NULs, always NUL-terminated. Ownership: new result.
+char* copy_bytes(const char* data, int len)
+{
+    char* s = static_cast<char*>(checked_malloc(len + 1));
+    memcpy(s, data, len);
+    s[len] = '\0';
+    return s;
+}
+
+// Appends an entry at the tail of the list. Ownership: takes name, value and file_name.
+void form_append(char* name, char* value, int length, char* file_name)
+{
+    form_entry* entry = static_cast<form_entry*>(checked_malloc(sizeof(form_entry)));
+    entry->name = name;
+    entry->value = value;
+    entry->next = nullptr;
+    entry->length = length;
+    entry->file_name = file_name;
+    form_entry** tail = &req.form_entries;
+    while (*tail)
+        tail = &(*tail)->next;
+    *tail = entry;
+}
+
+// "+" is a blank and "%XY" the byte 16 * X + Y by the digit table; an escape cut short by the
+// end is dropped. Ownership: borrows text, new result (never null).
+char* percent_decode(const char* text, int len)
+{
+    char* out = static_cast<char*>(checked_malloc(len + 1));
+    int n = 0;
+    for (int i = 0; i < len; i++) {
+        unsigned char c = text[i];
+        if (c == '+') {
+            out[n++] = ' ';
+        } else if (c == '%') {
+            if (i + 2 >= len)
+                break;
+            out[n++] = static_cast<char>(16 * hex_digit[(unsigned char)text[i + 1]] +
+                                         hex_digit[(unsigned char)text[i + 2]]);
+            i += 2;
+        } else {
+            out[n++] = static_cast<char>(c);
+        }
+    }
+    out[n] = '\0';
+    return out;
+}
+
+// ---- multipart --------------------------------------------------------------------------
+
+// Offset of needle in hay[from, len), comparing the hay lower-cased against the needle as
+// given (so a needle with capitals is never found); -1 when absent.
+int find_lowered(const char* hay, int len, int from, const char* needle)
+{
+    int n = static_cast<int>(strlen(needle));
+    if (n == 0)
+        return -1;
+    for (int i = from; i + n <= len; i++) {
+        int k = 0;
+        while (k < n && tolower((unsigned char)hay[i + k]) == (unsigned char)needle[k])
+            k++;
+        if (k == n)
+            return i;
+    }
+    return -1;
+}
+
+// As find_lowered, but both sides lower-cased: a case-insensitive search.
+int find_nocase(const char* hay, int len, int from, const char* needle)
+{
+    int n = static_cast<int>(strlen(needle));
+    for (int i = from; i + n <= len; i++) {
+        int k = 0;
+        while (k < n && tolower((unsigned char)hay[i + k]) == tolower((unsigned char)needle[k]))
+            k++;
+        if (k == n)
+            return i;
+    }
+    return -1;
+}
+
+// The value after key (searched case-insensitively) in text[0, len): a quoted value runs to
+// the next double quote, any other ends at a blank, ";", double quote, CR or LF. Null when
+// the key is absent or the value empty. Ownership: new result.
+char* header_value(const char* text, int len, const char* key)
+{
+    int at = find_nocase(text, len, 0, key);
+    if (at < 0)
+        return nullptr;
+    int start = at + static_cast<int>(strlen(key));
+    int end = start;
+    if (start < len && text[start] == '"') {
+        end = ++start;
+        while (end < len && text[end] != '"')
+            end++;
+    } else {
+        while (end < len && !strchr(" ;\"\r\n", text[end]) && text[end] != '\0')
+            end++;
+    }
+    return str_dup_n(text + start, end - start);
+}
+
+// Offset just past the first empty line in body[from, to) (two line feeds with only carriage
+// returns between them); -1 when there is none.
+int find_empty_line(const char* body, int from, int to)
+{
+    for (int i = from; i < to; i++) {
+        if (body[i] != '\n')
+            continue;
+        int j = i + 1;
+        while (j < to && body[j] == '\r')
+            j++;
+        if (j < to && body[j] == '\n')
+            return j + 1;
+    }
+    return -1;
+}
+
+// Stores one part whose header block is body[head, data) and whose data ends at end.
+void multipart_store_part(const char* body, int head, int data, int end)
+{
+    if (find_nocase(body + head, data - head, 0, "content-disposition: form-data") < 0)
+        return;
+    char* name = header_value(body + head, data - head, " name=");
+    if (!name || end <= data) {
+        str_free(name);
+        return;
+    }
+    char* file_name = nullptr;
+    if (find_nocase(body + head, data - head, 0, " filename=") >= 0) {
+        file_name = header_value(body + head, data - head, " filename=");
+        if (!file_name)
+            file_name = str_dup("");
+    }
+    char* value = copy_bytes(body + data, end - data);
+    if (!file_name)  // text arrives in the browser's code page; pages are in the source one
+        charset_convert(value, req.output_charset, req.source_charset);
+    form_append(name, value, end - data, file_name);
+}
+
+// Where a part's data ends: before the CR, LF and "--" that lead to the next boundary.
+int multipart_data_end(const char* body, int data, int next)
+{
+    int end = next;
+    if (end - 2 >= data && body[end - 1] == '-' && body[end - 2] == '-')
+        end -= 2;
+    if (end - 1 >= data && body[end - 1] == '\n')
+        end--;
+    if (end - 1 >= data && body[end - 1] == '\r')
+        end--;
+    return end;
+}
+
+// ---- line breaks ------------------------------------------------------------------------
+
+// Copies src into dst (room for size - 1 bytes and a NUL), turning each run of CR and LF into
+// max(CRs, LFs) line feeds when keep is set, into nothing otherwise. True when all fitted.
+bool copy_normalised(const char* src, char* dst, int size, bool keep)
+{
+    int n = 0;
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(src);
+    while (*p) {
+        if (*p != '\r' && *p != '\n') {
+            if (n >= size - 1)
+                break;
+            dst[n++] = static_cast<char>(*p++);
+            continue;
+        }
+        int crs = 0, lfs = 0;
+        for (; *p == '\r' || *p == '\n'; p++)
+            (*p == '\r' ? crs : lfs)++;
+        for (int k = keep ? int_max(crs, lfs) : 0; k > 0 && n < size - 1; k--)
+            dst[n++] = '\n';
+    }
+    dst[n] = '\0';
+    return *p == '\0';
+}
+
+// The value a lookup sees: "(file)" for a file field. Ownership: view.
+const char* lookup_value(const form_entry* entry)
+{
+    if (entry->file_name)
+        return FILE_VALUE;
+    return entry->value ? entry->value : "";
+}
+
+bool name_matches(const form_entry* entry, const char* name)
+{
+    return strcmp(entry->name ? entry->name : "", name ? name : "") == 0;
+}
+
+}  // namespace
+
+// ---- reading the request ------------------------------------------------------------------
+
+void form_init_hex()
+{
+    memset(hex_digit, 0, sizeof hex_digit);
+    for (int c = '0'; c <= '9'; c++)
+        hex_digit[c] = static_cast<unsigned char>(c - '0');
+    for (int c = 0; c < 6; c++) {
+        hex_digit['A' + c] = static_cast<unsigned char>(10 + c);
+        hex_digit['a' + c] = static_cast<unsigned char>(10 + c);
+    }
+}
+
+int form_decode_urlencoded(const char* text, int len)
+{
+    int pos = 0;
+    while (pos < len) {
+        const char* eq = static_cast<const char*>(memchr(text + pos, '=', len - pos));
+        if (!eq)
+            return 0;
+        int name_end = static_cast<int>(eq - text);
+        int value_start = name_end + 1;
+        const char* amp = static_cast<const char*>(memchr(text + value_start, '&',
+                                                          len - value_start));
+        int value_end = amp ? static_cast<int>(amp - text) : len;
+        char* name = percent_decode(text + pos, name_end - pos);
+        char* value = percent_decode(text + value_start, value_end - value_start);
+        form_append(name, value, static_cast<int>(strlen(value)), nullptr);
+        if (!amp)
+            return 0;
+        pos = value_end + 1;
+    }
+    return 0;
+}
+
+int read_query_string()
+{
+    const char* query = req.cgi.query_string ? req.cgi.query_string : "";
+    return form_decode_urlencoded(query, static_cast<int>(strlen(query))) == 0 ? 0 : 1;
+}
+
+int form_decode_multipart(const char* body, int len, const char* content_type)
+{
+    const char* type = content_type ? content_type : "";
+    char* boundary = header_value(type, static_cast<int>(strlen(type)), "boundary=");
+    if (!boundary)
+        return 2;
+    str_holder hold(boundary);
+    int blen = static_cast<int>(strlen(boundary));
+    int first = find_lowered(body, len, 0, boundary);
+    while (first >= 0) {
+        int head = first + blen;
+        int next = find_lowered(body, len, head, boundary);
+        if (next < 0)
+            return 0;
+        int data = find_empty_line(body, head, next);
+        if (data < 0)
+            return 0;
+        multipart_store_part(body, head, data, multipart_data_end(body, data, next));
+        first = next;
+    }
+    return 0;
+}
+
+int read_post_body(bool multipart)
+{
+    int wanted = req.content_length;
+    if (wanted == 0)
+        return 0;
+    if (wanted < 0)
+        return 1;
+    char* body = static_cast<char*>(malloc(static_cast<size_t>(wanted) + 1));
+    if (!body)
+        return 1;
+    FILE* in = req.input_stream ? req.input_stream : stdin;
+    int got = 0;
+    while (got < wanted) {
+        size_t piece = static_cast<size_t>(int_min(wanted - got, READ_PIECE));
+        size_t n = fread(body + got, 1, piece, in);
+        if (n == 0)  // end of input or an error: a body shorter than announced
+            break;
+        got += static_cast<int>(n);
+    }
+    if (got != wanted) {
+        log_line(LOG_ERROR, "cgiParsePostFormInput: cgiContentLength(%d)!=read_size(%d)",
+                 wanted, got);
+        free(body);
+        return 2;
+    }
+    body[got] = '\0';
+    int code = multipart ? form_decode_multipart(body, got, req.cgi.content_type)
+                         : form_decode_urlencoded(body, got);
+    free(body);
+    return code;
+}
+
+void form_free_all()
+{
+    form_entry* entry = req.form_entries;
+    while (entry) {
+        form_entry* next = entry->next;
+        str_free(entry->name);
+        str_free(entry->value);
+        str_free(entry->file_name);
+        str_free(entry);
+        entry = next;
+    }
+    req.form_entries = nullptr;
+    req.form_cursor = nullptr;
+}
+
+// ---- lookups --------------------------------------------------------------------------------
+
+form_entry* form_find_first(const char* name)
+{
+    str_free(cursor_name);
+    cursor_name = str_dup(name ? name : "");
+    req.form_cursor_name = cursor_name;
+    req.form_cursor = req.form_entries;
+    return form_find_next();
+}
+
+form_entry* form_find_next()
+{
+    for (form_entry* entry = req.form_cursor; entry; entry = entry->next) {
+        if (name_matches(entry, req.form_cursor_name)) {
+            req.form_cursor = entry->next;
+            return entry;
+        }
+    }
+    req.form_cursor = nullptr;
+    return nullptr;
+}
+
+int form_value_length(const char* name, int& size)
+{
+    const form_entry* entry = form_find_first(name);
+    if (!entry) {
+        size = 1;
+        return FORM_NO_FIELD;
+    }
+    size = (entry->file_name ? static_cast<int>(strlen(FILE_VALUE)) : entry->length) + 1;
+    return FORM_OK;
+}
+
+int form_copy_value(const char* name, char* buffer, int size, bool keep_line_breaks)
+{
+    const form_entry* entry = form_find_first(name);
+    if (!entry) {
+        buffer[0] = '\0';
+        return FORM_NO_FIELD;
+    }
+    const char* value = lookup_value(entry);
+    bool fitted = copy_normalised(value, buffer, size, keep_line_breaks);
+    if (!*value)
+        return FORM_EMPTY;
+    return fitted ? FORM_OK : FORM_TRUNCATED;
+}
+
+int form_int(const char* name, int& value, int fallback)
+{
+    value = fallback;
+    const form_entry* entry = form_find_first(name);
+    if (!entry)
+        return FORM_NO_FIELD;
+    const char* text = lookup_value(entry);
+    if (!*text)
+        return FORM_EMPTY;
+    const char* p = text;
+    while (isspace((unsigned char)*p))
+        p++;
+    if (!isdigit((unsigned char)*p) && *p != '-' && *p != '+')
+        return FORM_NOT_A_NUMBER;
+    value = atoi(text);
+    return FORM_OK;
+}
+
+int form_all_values(const char* name, char**& values)
+{
+    values = nullptr;
+    int count = 0;
+    for (form_entry* e = form_find_first(name); e; e = form_find_next())
+        count++;
+    if (count == 0)
+        return FORM_NO_FIELD;
+    values = static_cast<char**>(checked_malloc(sizeof(char*) * (count + 1)));
+    int i = 0;
+    for (form_entry* e = form_find_first(name); e; e = form_find_next()) {
+        const char* value = lookup_value(e);
+        int size = static_cast<int>(strlen(value)) + 1;
+        values[i] = static_cast<char*>(checked_malloc(size));
+        copy_normalised(value, values[i], size, true);
+        i++;
+    }
+    values[count] = nullptr;
+    return FORM_OK;
+}
+
+void form_free_values(char** values)
+{
+    if (!values)
+        return;
+    for (char** v = values; *v; v++)
+        str_free(*v);
+    str_free(values);
+}
