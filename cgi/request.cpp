@@ -27,11 +27,11 @@ const char* cgi_var(const char* name)
 // leading line breaks all go (the state starts as if one had just been kept).
 void compact_runs(char* text, bool html)
 {
-    const char* blanks = html ? " \n\r\t" : "\n\r";
     bool after_blank = !html;
     char* out = text;
     for (const char* in = text; *in; in++) {
-        bool blank = strchr(blanks, *in) != nullptr;
+        char c = *in;
+        bool blank = c == '\n' || c == '\r' || (html && (c == ' ' || c == '\t'));
         if (blank && after_blank)
             continue;
         after_blank = blank;

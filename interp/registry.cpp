@@ -37,14 +37,21 @@ struct param_slots {
     }
 };
 
+// A copy of len bytes at p; null when len is not positive. Unlike str_sub it never measures
+// the rest of the text, which may be the whole page.
+char* copy_range(const char* p, int len)
+{
+    return len > 0 ? str_dup_n(p, len) : nullptr;
+}
+
 // Copies text[start, end) into the next slot, dropping one pair of enclosing backquotes.
 // False when the call would carry more than MAX_PARAMS parameters.
 bool store_param(param_slots& params, const char* text, size_t start, size_t end)
 {
     int len = (int)(end - start);
     const char* p = text + start;
-    char* value = len > 0 && p[0] == '`' && p[len - 1] == '`' ? str_sub(p, 1, len - 2)
-                                                             : str_sub(p, 0, len);
+    char* value = len > 0 && p[0] == '`' && p[len - 1] == '`' ? copy_range(p + 1, len - 2)
+                                                             : copy_range(p, len);
     params.slots[params.count++] = value;
     return params.count <= MAX_PARAMS;
 }
@@ -174,7 +181,7 @@ char* expand_in_place(char* text)
             i++;
             continue;
         }
-        str_holder name(str_sub(text, i + 1, bracket - i - 1));
+        str_holder name(copy_range(text + i + 1, (int)(bracket - i - 1)));
         str_holder result(call_operator(name.get(), params.count, params.slots));
         out.append(result.get());
         i = close + 1;
