@@ -1,0 +1,109 @@
+// The sorted string map: order, replacement, removal, null keys and values.
+#include <gtest/gtest.h>
+#include <random>
+#include <map>
+#include <string>
+
+#include "core/sorted_map.h"
+#include "core/str.h"
+
+namespace {
+
+std::string keys_of(const sorted_map& m)
+{
+    std::string out;
+    for (int i = 0; i < m.count(); i++)
+        out += std::string(m.key_at(i) ? m.key_at(i) : "(null)") + ",";
+    return out;
+}
+
+TEST(SortedMap, KeepsKeysInByteOrder)
+{
+    sorted_map m;
+    m.set("b", "2");
+    m.set("a", "1");
+    m.set("c", "3");
+    m.set("a", "x");
+    m.set("ab", "4");
+    m.set("B", "5");  // upper case sorts before lower case
+    EXPECT_EQ(keys_of(m), "B,a,ab,b,c,");
+    EXPECT_STREQ(m.get("a"), "x");
+    EXPECT_EQ(m.get("A"), nullptr);
+    int pos;
+    EXPECT_FALSE(m.find("aa", pos));
+    EXPECT_EQ(pos, 2);
+    EXPECT_TRUE(m.find("c", pos));
+    EXPECT_EQ(pos, 4);
+}
+
+TEST(SortedMap, NullValueRemovesAndEmptyMapHoldsNothing)
+{
+    sorted_map m;
+    m.set("k", "v");
+    m.set("k", nullptr);
+    EXPECT_EQ(m.count(), 0);
+    EXPECT_EQ(m.get("k"), nullptr);
+    m.remove("absent");
+    m.set("e", "");
+    ASSERT_NE(m.get("e"), nullptr);  // an empty text is a value, not a removal
+    EXPECT_STREQ(m.get("e"), "");
+    m.remove("e");
+    EXPECT_EQ(m.count(), 0);
+}
+
+TEST(SortedMap, NullKeySortsFirst)
+{
+    sorted_map m;
+    m.set("a", "1");
+    m.set(nullptr, "0");
+    EXPECT_EQ(keys_of(m), "(null),a,");
+    EXPECT_STREQ(m.get(nullptr), "0");
+    m.remove(nullptr);
+    EXPECT_EQ(keys_of(m), "a,");
+}
+
+TEST(SortedMap, SetTakeKeepsThePointerAndCopiesAreIndependent)
+{
+    sorted_map m;
+    char* owned = str_dup("taken");
+    m.set_take("t", owned);
+    EXPECT_EQ(m.get("t"), owned);
+    std::string key = "k";
+    std::string value = "v";
+    m.set(key.c_str(), value.c_str());
+    key[0] = 'z';
+    value[0] = 'w';
+    EXPECT_STREQ(m.get("k"), "v");
+    m.set("k", m.get("k"));  // a value read from the map itself survives its replacement
+    EXPECT_STREQ(m.get("k"), "v");
+}
+
+// Random insertions and removals against std::map with a fixed seed.
+TEST(SortedMap, MatchesAReferenceMap)
+{
+    std::mt19937 rng(12345);
+    sorted_map m;
+    std::map<std::string, std::string> ref;
+    for (int step = 0; step < 3000; step++) {
+        std::string key(1 + rng() % 3, 'a');
+        for (char& c : key)
+            c = "abcAB"[rng() % 5];
+        if (rng() % 3 == 0) {
+            m.set(key.c_str(), nullptr);
+            ref.erase(key);
+        } else {
+            std::string value = std::to_string(step);
+            m.set(key.c_str(), value.c_str());
+            ref[key] = value;
+        }
+    }
+    ASSERT_EQ(m.count(), (int)ref.size());
+    int i = 0;
+    for (const auto& [key, value] : ref) {
+        EXPECT_EQ(m.key_at(i), key);
+        EXPECT_EQ(m.value_at(i), value);
+        i++;
+    }
+}
+
+}  // namespace
