@@ -11,12 +11,12 @@ void register_all_operators()
     // 5 exec
     // 6 files
     // 7 image sizes
-    // 8 comparison and options: register_compare_ops();
+    register_compare_ops();          // 8
     // 9 macros: register_macro_ops();
-    // 10 match: register_match_ops();
+    register_match_ops();            // 10
     // 11 mail
     // 12 sort: register_sort_ops();
-    // 13 string case and split: register_string_case_ops();
+    register_string_case_ops();      // 13
     // 14 tables: register_table_ops();
     // 15 cookie: register_cookie_ops();
     // 16 upload
@@ -25,12 +25,12 @@ void register_all_operators()
     // 19 counter
     // 20 dates: register_date_ops();
     // 21 GIF template
-    // 22 switch: register_switch_ops();
+    register_switch_ops();           // 22
     // 23 variables and control flow: register_control_ops();
     // 24 access control: register_access_ops();
     // 25 forum threads
     // 26 download
     // 27 chat
-    // 28 string functions: register_string_ops();
+    register_string_ops();           // 28
     // 29 resource log
 }

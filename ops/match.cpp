@@ -1,0 +1,242 @@
+// The match family: POSIX extended regular expressions that test a text, expose the match as
+// a table, or replace matches.
+//
+// ^match[pattern;text] and ^match[pattern;flags;text] test; ^match[pattern;flags;repl;text]
+// replaces. The match table is a named table with the columns "match", "\1".."\N",
+// "prematch" and "postmatch" and one row; TABs inside its cells become blanks. In the
+// replace form the row is built for the text searched from the current position, and the
+// replacement is expanded once per match with that table current under the name "match".
+#include <cstring>
+#include <regex.h>
+#include <vector>
+
+#include "cgi/request.h"
+#include "core/str.h"
+#include "core/table.h"
+#include "interp/escape.h"
+#include "interp/registry.h"
+#include "ops/ops.h"
+
+namespace {
+
+constexpr size_t REGEX_ERROR_SIZE = 1024;  // the library's wording is cut at 1,023 bytes
+
+// A compiled pattern, released when it goes out of scope.
+class compiled_regex {
+public:
+    compiled_regex(const char* pattern, int flags) : status_(regcomp(&re_, pattern, flags)) {}
+    ~compiled_regex()
+    {
+        if (status_ == 0)
+            regfree(&re_);
+    }
+    compiled_regex(const compiled_regex&) = delete;
+    compiled_regex& operator=(const compiled_regex&) = delete;
+    int status() const { return status_; }
+    const regex_t* get() const { return &re_; }
+    int groups() const { return (int)re_.re_nsub; }
+private:
+    regex_t re_;
+    int status_;
+};
+
+// "[regex error: " with the library's wording for status and "]". Ownership: new result.
+char* match_error(int status, const regex_t* re)
+{
+    char wording[REGEX_ERROR_SIZE];
+    regerror(status, re, wording, sizeof wording);
+    return str_join("[regex error: ", wording, "]", nullptr);
+}
+
+// Every occurrence of from in s replaced by to. Ownership: takes s, borrows both, new result.
+char* match_replace_all(char* s, const char* from, const char* to)
+{
+    str_holder owned(s);
+    str_builder out;
+    size_t from_len = strlen(from);
+    for (const char* p = s; p && *p;) {
+        if (strncmp(p, from, from_len) == 0) {
+            out.append(to);
+            p += from_len;
+        } else {
+            out.append(*p++);
+        }
+    }
+    return out.take(true);
+}
+
+// The short forms a pattern may use: \n, \t, \d and \s; a doubled backslash stays a literal
+// backslash. The placeholder keeps "\\n" from being read as a backslash and an "n".
+// Ownership: takes pattern, new result.
+char* match_rewrite(char* pattern)
+{
+    pattern = match_replace_all(pattern, "\\\\", "[[:BACKSLASH:]]");
+    pattern = match_replace_all(pattern, "\\n", "\n");
+    pattern = match_replace_all(pattern, "\\t", "\t");
+    pattern = match_replace_all(pattern, "\\d", "[[:digit:]]");
+    pattern = match_replace_all(pattern, "\\s", "[[:space:]]");
+    return match_replace_all(pattern, "[[:BACKSLASH:]]", "\\\\");
+}
+
+// regcomp flags from the flags text: i ignores case, n is newline-sensitive. g is read by
+// the replace form.
+int match_compile_flags(const char* flags)
+{
+    int result = REG_EXTENDED;
+    if (flags && strpbrk(flags, "iI"))
+        result |= REG_ICASE;
+    if (flags && strpbrk(flags, "nN"))
+        result |= REG_NEWLINE;
+    return result;
+}
+
+// Appends the bytes [from, to) of text as one cell, TABs turned into blanks.
+void match_add_cell(str_builder& row, const char* text, regoff_t from, regoff_t to)
+{
+    for (regoff_t i = from; i < to; i++)
+        row.append(text[i] == '\t' ? ' ' : text[i]);
+}
+
+// The match table for one match of a pattern with `groups` groups in text.
+// Ownership: borrows text, new result.
+table* match_table(const char* text, const regmatch_t* found, int groups)
+{
+    str_builder header;
+    str_builder row;
+    header.append("match");
+    match_add_cell(row, text, found[0].rm_so, found[0].rm_eo);
+    for (int g = 1; g <= groups; g++) {
+        header.append("\t\\");
+        header.append(fmt_int(g));
+        row.append('\t');
+        if (found[g].rm_so >= 0)
+            match_add_cell(row, text, found[g].rm_so, found[g].rm_eo);
+    }
+    header.append("\tprematch\tpostmatch");
+    row.append('\t');
+    match_add_cell(row, text, 0, found[0].rm_so);
+    row.append('\t');
+    match_add_cell(row, text, found[0].rm_eo, strlen(text));
+    table_named* result = new table_named(header.take(false));
+    result->add_row(row.view());  // added whole: a line feed in a cell does not start a row
+    return result;
+}
+
+// Stores t under the current table name; dropped when there is no table registry.
+// Ownership: takes t.
+void match_store(table* t)
+{
+    if (req.tables)
+        req.tables->store(t);
+    else
+        delete t;
+}
+
+// One execution on text: "yes" or nothing without groups; with groups the match table is
+// stored on a match and the current table removed otherwise, and the result is nothing.
+char* match_test(const compiled_regex& re, const char* text)
+{
+    std::vector<regmatch_t> found(re.groups() + 1);
+    int status = regexec(re.get(), text, found.size(), found.data(), 0);
+    if (status != 0 && status != REG_NOMATCH)
+        return match_error(status, re.get());
+    if (re.groups() == 0)
+        return status == 0 ? str_dup("yes") : nullptr;
+    if (status == 0)
+        match_store(match_table(text, found.data(), re.groups()));
+    else if (req.tables)
+        req.tables->remove_current();
+    return nullptr;
+}
+
+// Makes "match" the current table name for a scope and restores the previous name.
+class match_context {
+public:
+    match_context() : saved_(req.tables ? str_dup(req.tables->current_name()) : nullptr)
+    {
+        if (req.tables)
+            req.tables->set_current_name("match");
+    }
+    ~match_context()
+    {
+        if (req.tables)
+            req.tables->set_current_name(saved_);
+        str_free(saved_);
+    }
+    match_context(const match_context&) = delete;
+    match_context& operator=(const match_context&) = delete;
+private:
+    char* saved_;
+};
+
+// The expansion of the replacement for one match at offset pos of s, with the match table
+// current under "match". Ownership: borrows all, new result.
+char* match_expand_replacement(const char* replacement, const char* s, const regmatch_t* found,
+                               int groups)
+{
+    match_context context;
+    match_store(match_table(s, found, groups));
+    return expand_copy(replacement);
+}
+
+// Replaces the first match in text, or every match with global. After an empty match the
+// position moves on by one more byte, so a pattern that matches nothing cannot loop forever.
+// Ownership: borrows all, new result.
+char* match_replace(const compiled_regex& re, const char* replacement, const char* text,
+                    bool global)
+{
+    std::vector<regmatch_t> found(re.groups() + 1);
+    str_holder s(str_dup(text));
+    int pos = 0;
+    do {
+        if (pos > str_len0(s.get()))
+            break;
+        const char* from = s.get() ? s.get() + pos : "";
+        int status = regexec(re.get(), from, found.size(), found.data(), 0);
+        if (status == REG_NOMATCH)
+            break;
+        if (status != 0)
+            return match_error(status, re.get());
+        str_holder inserted(
+            match_expand_replacement(replacement, from, found.data(), re.groups()));
+        int start = pos + found[0].rm_so;
+        int matched = found[0].rm_eo - found[0].rm_so;
+        s.ref() = str_splice(s.get(), start, matched, inserted.get());
+        pos = start + str_len0(inserted.get()) + (matched == 0 ? 1 : 0);
+    } while (global);
+    return s.release();
+}
+
+char* op_match(int count, char** params)
+{
+    if (count < 2 || count > 4)
+        return nullptr;
+    {
+        escape_mode_scope none(ESCAPE_MODE_NONE);
+        int plain = count == 4 ? 2 : count;
+        for (int i = 0; i < plain; i++)
+            params[i] = expand_in_place(params[i]);
+    }
+    if (count == 4)
+        params[3] = expand_in_place(params[3]);
+    const char* text = params[count - 1];
+    if (!text)
+        return nullptr;
+    const char* flags = count > 2 ? params[1] : nullptr;
+    str_holder pattern(match_rewrite(str_dup(params[0])));
+    compiled_regex re(pattern.get() ? pattern.get() : "", match_compile_flags(flags));
+    if (re.status() != 0)
+        return match_error(re.status(), re.get());
+    if (count < 4)
+        return match_test(re, text);
+    return match_replace(re, params[2], text, flags && strpbrk(flags, "gG"));
+}
+
+constexpr op_row rows[] = {
+    // name     handler    params  flags
+    {"match",   op_match,  0,      RAW_PARAMS},
+};
+
+}  // namespace
+
+void register_match_ops() { register_rows(rows); }

@@ -1,0 +1,80 @@
+// The switch family: `switch` runs its body only for the `case` calls in it, then expands the
+// branch they chose.
+//
+// Three process-wide slots hold the value being switched on, the matched branch and the
+// default branch. Each `switch` saves them on entry and restores them on leaving, so switches
+// nest. Among several matching cases the last one wins, deliberately.
+#include "core/str.h"
+#include "interp/registry.h"
+#include "ops/ops.h"
+
+namespace {
+
+struct switch_slots {
+    const char* value = nullptr;  // view of the running switch's expanded value
+    char* matched = nullptr;      // owned copy of the raw branch of the last matching case
+    char* fallback = nullptr;     // owned copy of the raw branch of the last DEFAULT case
+};
+
+switch_slots slots;
+
+// Gives one switch fresh slots and puts the outer ones back when it ends, also when a table
+// lock violation unwinds through it.
+class switch_scope {
+public:
+    explicit switch_scope(const char* value) : saved_(slots) { slots = switch_slots{value}; }
+    ~switch_scope()
+    {
+        str_free(slots.matched);
+        str_free(slots.fallback);
+        slots = saved_;
+    }
+    switch_scope(const switch_scope&) = delete;
+    switch_scope& operator=(const switch_scope&) = delete;
+private:
+    switch_slots saved_;
+};
+
+// Replaces a recorded branch by a copy of branch. Ownership: borrows branch.
+void switch_record(char*& slot, const char* branch)
+{
+    str_free(slot);
+    slot = str_dup(branch);
+}
+
+char* op_switch(int, char** params)
+{
+    params[0] = expand_in_place(params[0]);
+    switch_scope scope(params[0]);
+    str_free(expand_copy(params[1]));
+    return expand_copy(slots.matched ? slots.matched : slots.fallback);
+}
+
+char* op_case(int count, char** params)
+{
+    if (count < 2)
+        return page_error("[case: not enough params]");
+    const char* branch = params[count - 1];
+    for (int i = 0; i < count - 1; i++) {
+        params[i] = expand_in_place(params[i]);
+        if (str_equal(params[i], slots.value)) {
+            switch_record(slots.matched, branch);
+            break;
+        }
+        if (str_equal(params[i], "DEFAULT")) {
+            switch_record(slots.fallback, branch);
+            break;
+        }
+    }
+    return nullptr;
+}
+
+constexpr op_row rows[] = {
+    // name      handler     params  flags
+    {"switch",   op_switch,  2,      RAW_PARAMS},
+    {"case",     op_case,    0,      RAW_PARAMS},
+};
+
+}  // namespace
+
+void register_switch_ops() { register_rows(rows); }
