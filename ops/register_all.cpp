@@ -15,9 +15,9 @@ void register_all_operators()
     // 9 macros: register_macro_ops();
     register_match_ops();            // 10
     // 11 mail
-    // 12 sort: register_sort_ops();
+    register_sort_ops();             // 12
     register_string_case_ops();      // 13
-    // 14 tables: register_table_ops();
+    register_table_ops();            // 14
     // 15 cookie: register_cookie_ops();
     // 16 upload
     // 17 uuencode

@@ -1,0 +1,403 @@
+// The table operators: context, creating, loading and saving tables, the cursor, items, loops.
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "cgi/form.h"
+#include "cgi/log.h"
+#include "cgi/request.h"
+#include "core/str.h"
+#include "core/table.h"
+#include "interp/escape.h"
+#include "interp/registry.h"
+#include "ops/ops.h"
+
+namespace {
+
+// ---- helpers ----------------------------------------------------------------------------
+
+const char* or_empty(const char* s)
+{
+    return s ? s : "";
+}
+
+table* tables_current()
+{
+    return req.tables->get_current();
+}
+
+// Stores t under the current name. Ownership: takes t.
+void tables_store(std::unique_ptr<table> t)
+{
+    req.tables->store(t.release());
+}
+
+// The value passed through the current output escaping. Ownership: takes value, new result.
+char* tables_escape(char* value)
+{
+    char* escaped = escape_apply(value, false);
+    if (escaped != value)
+        str_free(value);
+    return escaped;
+}
+
+// A heap copy of an accumulated result; null when it is empty. Ownership: new result.
+char* tables_result(const std::string& out)
+{
+    return out.empty() ? nullptr : str_dup(out.c_str());
+}
+
+// Makes name the current table name for its lifetime, then restores the previous one.
+class context_scope {
+public:
+    explicit context_scope(const char* name) : saved_(str_dup(req.tables->current_name()))
+    {
+        req.tables->set_current_name(name);
+    }
+    ~context_scope() { req.tables->set_current_name(saved_.get()); }
+    context_scope(const context_scope&) = delete;
+    context_scope& operator=(const context_scope&) = delete;
+private:
+    str_holder saved_;
+};
+
+// Holds a table locked for one loop; the lock is released however the loop ends.
+class loop_lock {
+public:
+    explicit loop_lock(table* t) : t_(t) { t_->lock(); }
+    ~loop_lock() { t_->unlock(); }
+    loop_lock(const loop_lock&) = delete;
+    loop_lock& operator=(const loop_lock&) = delete;
+private:
+    table* t_;
+};
+
+// Runs body over t with t locked. Locking a table that an outer loop holds throws to that
+// loop. A violation aimed at t (a nested loop over it, or an attempt to replace it) stops
+// this loop and appends message; one aimed at another loop's table passes on.
+template <typename Body>
+void tables_loop(table* t, std::string& out, const char* message, Body body)
+{
+    loop_lock lock(t);
+    int depth = req.depth;
+    try {
+        body();
+    } catch (const table_lock_violation& violation) {
+        if (violation.target != t)
+            throw;
+        req.depth = depth;  // the calls that were unwound did not return
+        out += message;
+    }
+}
+
+// ---- load and save ----------------------------------------------------------------------
+
+// The "_" file for file in dir: "dir/<dirs of file>/_<base name>". Ownership: new result.
+char* tables_file_name(const char* dir, const char* file)
+{
+    str_holder candidate(str_join(dir, "/", file ? file : "", nullptr));
+    char* base = str_cut_at_last(candidate.get(), '/');
+    return str_join(candidate.get(), "/_", base, nullptr);
+}
+
+// The text of the first "_" file found from the page's directory upward, cleaned of carriage
+// returns, comments and empty lines; null when there is none. Ownership: new result.
+char* tables_find_file(const char* file)
+{
+    str_holder dir(str_dup(req.page_path));
+    while (str_cut_at_last(dir.get(), '/')) {
+        str_holder candidate(tables_file_name(dir.get(), file));
+        char* text = read_file(candidate.get(), true, false);
+        if (text)
+            return text;
+    }
+    return nullptr;
+}
+
+// The save target: the resolved name's directory, "/_" and its base name. Ownership: new result.
+char* tables_save_name(const char* name)
+{
+    str_holder path(resolve_path(name));
+    char* slash = strrchr(path.get(), '/');
+    if (!slash)
+        return str_join("_", path.get(), nullptr);
+    *slash = '\0';
+    return tables_file_name(path.get(), slash + 1);
+}
+
+// ---- config -----------------------------------------------------------------------------
+
+// Removes n rows at start; n = 0 removes nothing and a negative n removes every row from
+// start on (the countdown only ends at -1).
+void config_remove(table* t, int count, char** params)
+{
+    int start = count >= 2 ? str_to_int(params[1]) : t->current();
+    int n = count >= 3 ? str_to_int(params[2]) : 1;
+    while (--n != -1 && t->exists(start))
+        t->remove(start);
+}
+
+// A table with one row per form field name, in arrival order.
+std::unique_ptr<table> config_form_elements()
+{
+    auto t = std::make_unique<table>();
+    for (form_entry* entry = req.form_entries; entry; entry = entry->next)
+        t->add_row(entry->name);
+    return t;
+}
+
+// Copies the rows of the table named source to the end of t. A table joined into itself gets
+// its rows once more.
+void config_join(table* t, const char* source)
+{
+    table* from = req.tables->get_by_name(source);
+    int rows = from ? from->count() : 0;
+    for (int i = 0; i < rows; i++)
+        t->insert_row(t->count(), from->row(i));
+}
+
+// Inserts the lines of text at index, keeping their order.
+void config_insert_lines(table* t, int index, const char* text)
+{
+    table lines(str_dup(text));
+    for (int i = 0; i < lines.count(); i++)
+        t->insert_row(index++, lines.row(i));
+}
+
+// The two-or-more-parameter forms: "named", "join", "append", "insert" (anything else
+// appends the lines).
+void config_edit(table* t, int count, char** params)
+{
+    const char* verb = params[0];
+    const char* text = params[count - 1];
+    if (str_equal(verb, "named"))
+        tables_store(std::make_unique<table_named>(str_dup(text)));
+    else if (str_equal(verb, "join"))
+        config_join(t, params[1]);
+    else if (str_equal(verb, "insert"))
+        config_insert_lines(t, count >= 3 ? str_to_int(params[1]) : t->current(), text);
+    else
+        config_insert_lines(t, t->count(), text);
+}
+
+// ---- grid -------------------------------------------------------------------------------
+
+// Fills the grid column by column: cell i shows row (i mod cols) x rows + i / cols.
+void table_grid(table* t, int cols, const char* body, const char* filler, std::string& out)
+{
+    long long rows = ((long long)cols + t->count() - 1) / int_max(cols, 1);
+    long long cells = cols * rows;
+    for (long long i = 0; i < cells; i++) {
+        t->set_current((int)((i % cols) * rows + i / cols));
+        if (t->current() < t->count()) {
+            str_holder cell(expand_copy(body));
+            out += or_empty(cell.get());
+        } else {
+            out += "<td>";
+            out += or_empty(filler);
+            out += "</td>";
+        }
+        if (i % cols == cols - 1 && i < cells - 1)
+            out += "</tr><tr>";
+    }
+}
+
+// ---- handlers ---------------------------------------------------------------------------
+
+char* op_config(int count, char** params)
+{
+    escape_mode_scope scope(ESCAPE_MODE_CONFIG);
+    for (int i = 0; i < count; i++)
+        params[i] = expand_in_place(params[i]);
+    if (!tables_current())
+        tables_store(std::make_unique<table>());
+    table* t = tables_current();
+    if (str_equal(params[0], "remove")) {
+        config_remove(t, count, params);
+        return nullptr;
+    }
+    file_clean_text(params[count - 1], true);
+    if (count >= 2)
+        config_edit(t, count, params);
+    else if (str_equal(params[0], "formelements"))
+        tables_store(config_form_elements());
+    else
+        tables_store(std::make_unique<table>(str_dup(params[0])));
+    return nullptr;
+}
+
+char* op_load(int count, char** params)
+{
+    req.tables->remove_current();
+    char* text = tables_find_file(params[count - 1]);
+    if (!text)
+        return nullptr;
+    std::unique_ptr<table> loaded;
+    if (count == 1)
+        loaded = std::make_unique<table>(text);
+    else
+        loaded = std::make_unique<table_named>(text);
+    table* t = loaded.get();
+    tables_store(std::move(loaded));
+    t->locate_prefix(0, req.request_uri);
+    return nullptr;
+}
+
+char* op_save(int count, char** params)
+{
+    params[0] = expand_in_place(params[0]);
+    str_holder file(tables_save_name(params[0]));
+    table* t = tables_current();
+    str_holder text(count >= 2 ? expand_copy(params[1]) : t ? t->serialise() : nullptr);
+    str_holder error(write_file(file.get(), text.get(), false));
+    if (!error.get())
+        return nullptr;
+    log_line(LOG_ERROR, "save to '%s' failed: %s", file.get(), error.get());
+    return str_join("[save to '", file.get(), "' failed: ", error.get(), "]", nullptr);
+}
+
+char* op_flip(int, char** params)
+{
+    table* from = req.tables->get_by_name(params[0]);
+    auto t = std::make_unique<table>();
+    if (from && from->has_current_row()) {
+        str_holder row(str_dup(from->row(from->current())));
+        char* cursor = row.get();
+        while (cursor) {
+            bool first = cursor == row.get();
+            char* cell = str_take_token(cursor, '\t');
+            // An empty first or last cell is dropped: a row may begin or end with a TAB.
+            if (*cell || (!first && cursor))
+                t->add_row(cell);
+        }
+    }
+    tables_store(std::move(t));
+    return nullptr;
+}
+
+char* op_context(int count, char** params)
+{
+    str_holder name(expand_copy(params[0]));
+    if (count == 1) {
+        req.tables->set_current_name(name.get());
+        return nullptr;
+    }
+    context_scope scope(name.get());
+    return expand_copy(params[1]);
+}
+
+char* op_empty(int, char** params)
+{
+    table* t = tables_current();
+    return expand_copy(t && t->count() > 0 ? params[1] : params[0]);
+}
+
+char* op_locate(int, char** params)
+{
+    if (table* t = tables_current())
+        t->locate_exact(params[0], params[1]);
+    return nullptr;
+}
+
+char* op_shift(int count, char** params)
+{
+    if (table* t = tables_current())
+        t->shift(param_int(count, params, 0));
+    return nullptr;
+}
+
+// The cell of the row before or after the cursor; the cursor is left where it was.
+char* item_neighbour(int step, const char* column)
+{
+    table* t = tables_current();
+    if (!t)
+        return tables_escape(nullptr);
+    int saved = t->current();
+    t->shift(step);
+    char* value = t->item_by_name(column);
+    t->set_current(saved);
+    return tables_escape(value);
+}
+
+char* op_item(int count, char** params)
+{
+    if (count < 1)
+        return nullptr;
+    const char* column = params[count - 1];
+    if (count >= 2 && (str_equal(params[0], "prev") || str_equal(params[0], "next")))
+        return item_neighbour(str_equal(params[0], "prev") ? -1 : 1, column);
+    table* t = count >= 2 ? req.tables->get_by_name(params[0]) : tables_current();
+    if (!t)
+        return nullptr;
+    // These words win over column names: a column called "count" is read by number.
+    if (str_equal(column, "current"))
+        return str_dup(fmt_int(t->current()));
+    if (str_equal(column, "number"))
+        return str_dup(fmt_int(t->current() + 1));
+    if (str_equal(column, "count"))
+        return str_dup(fmt_int(t->count()));
+    return tables_escape(t->item_by_name(column));
+}
+
+char* op_table(int count, char** params)
+{
+    table* t = tables_current();
+    str_holder filler(count >= 3 ? expand_copy(params[2]) : str_dup("&nbsp;"));
+    if (!t)
+        return nullptr;
+    int cols = str_to_int(params[0]);  // read as written, not expanded
+    const char* body = param_text(count, params, 1);
+    std::string out;
+    tables_loop(t, out, "[table lock violation in table macro]",
+                [&] { table_grid(t, cols, body, filler.get(), out); });
+    return tables_result(out);
+}
+
+char* op_menu(int count, char** params)
+{
+    if (count >= 2)
+        params[1] = expand_in_place(params[1]);
+    const char* separator = or_empty(param_text(count, params, 1));
+    table* t = tables_current();
+    if (!t)
+        return nullptr;
+    int saved = t->current();
+    std::string out;
+    tables_loop(t, out, "[table lock violation in menu macro]", [&] {
+        for (int i = 0; i < t->count(); i++) {
+            t->set_current(i);
+            str_holder piece(expand_copy(params[0]));
+            if (!str_nonempty(piece.get()))
+                continue;
+            if (!out.empty())
+                out += separator;
+            out += piece.get();
+        }
+    });
+    t->set_current(saved);
+    return tables_result(out);
+}
+
+constexpr op_row rows[] = {
+    // name      handler      params  flags
+    {"config",   op_config,   0,      RAW_PARAMS},
+    {"load",     op_load,     0,      0},
+    {"save",     op_save,     0,      RAW_PARAMS},
+    {"flip",     op_flip,     1,      RAW_PARAMS},
+    {"context",  op_context,  0,      RAW_PARAMS},
+    {"empty",    op_empty,    2,      RAW_PARAMS},
+    {"locate",   op_locate,   2,      0},
+    {"shift",    op_shift,    1,      0},
+    {"item",     op_item,     0,      0},
+    {"table",    op_table,    0,      RAW_PARAMS},
+    {"menu",     op_menu,     0,      RAW_PARAMS},
+};
+
+}  // namespace
+
+void register_table_ops()
+{
+    if (!req.tables)
+        req.tables = new table_array;
+    register_rows(rows);
+}
