@@ -40,7 +40,7 @@ bool url_keeps(unsigned char c)
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
 }
 
-}  // namespace
+} // namespace
 
 int charset_from_name(const char* value)
 {

@@ -26,7 +26,7 @@ const page_name PAGES[] = {
 };
 
 const page_name ALL_PAGES[] = {
-    {CHARSET_WIN, "CP1251"},      {CHARSET_KOI, "KOI8-R"},     {CHARSET_ALT, "CP866"},
+    {CHARSET_WIN, "CP1251"},       {CHARSET_KOI, "KOI8-R"},     {CHARSET_ALT, "CP866"},
     {CHARSET_MAC, "MAC-CYRILLIC"}, {CHARSET_ISO, "ISO-8859-5"},
 };
 
@@ -125,8 +125,8 @@ TEST(CharsetTables, CyrillicLettersCrossBetweenAnyTwoPages)
     std::vector<std::string> letters;
     for (unsigned code = 0x410; code <= 0x44F; code++)
         letters.push_back({(char)(0xC0 | (code >> 6)), (char)(0x80 | (code & 0x3F))});
-    letters.push_back("\xD0\x81");  // capital io
-    letters.push_back("\xD1\x91");  // small io
+    letters.push_back("\xD0\x81"); // capital io
+    letters.push_back("\xD1\x91"); // small io
     for (const page_name& from : ALL_PAGES) {
         for (const page_name& to : ALL_PAGES) {
             for (const std::string& letter : letters) {
@@ -228,7 +228,7 @@ TEST_F(Charset, CookieValueIsConvertedToOutputPageThenEncoded)
 {
     req.source_charset = CHARSET_KOI;
     req.output_charset = CHARSET_WIN;
-    EXPECT_EQ(own(cookie_value_out("\xE1 b")), "%c0+b");  // KOI capital A is WIN 192
+    EXPECT_EQ(own(cookie_value_out("\xE1 b")), "%c0+b"); // KOI capital A is WIN 192
     req.output_charset = CHARSET_NONE;
     EXPECT_EQ(own(cookie_value_out("\xE1 b")), "%e1+b");
     EXPECT_EQ(own(cookie_value_out(nullptr)), "(null)");
@@ -241,12 +241,11 @@ TEST_F(Charset, HeaderWritersPrintExactLines)
     write_content_type("text/plain");
     write_cookie("my id", "a b/c", "shop");
     write_cookie("n", nullptr, nullptr);
-    EXPECT_EQ(written(),
-              "Location: http://x/y?a=1\n\n"
-              "Status: 302 Found\n\n"
-              "Content-type: text/plain\n\n"
-              "Set-Cookie: my+id=a+b%2fc; path=/shop\n"
-              "Set-Cookie: n=; path=/\n");
+    EXPECT_EQ(written(), "Location: http://x/y?a=1\n\n"
+                         "Status: 302 Found\n\n"
+                         "Content-type: text/plain\n\n"
+                         "Set-Cookie: my+id=a+b%2fc; path=/shop\n"
+                         "Set-Cookie: n=; path=/\n");
 }
 
-}  // namespace
+} // namespace
