@@ -1,0 +1,56 @@
+// Path resolution and page compaction of the request record.
+#include <gtest/gtest.h>
+#include <string>
+
+#include "cgi/request.h"
+#include "core/str.h"
+
+namespace {
+
+std::string own(char* s)
+{
+    std::string out = s ? s : "(null)";
+    str_free(s);
+    return out;
+}
+
+std::string compacted(const char* text, bool header_set)
+{
+    char* copy = str_dup(text);
+    req.content_type_set = header_set;
+    compact_page(copy);
+    req.content_type_set = false;
+    return own(copy);
+}
+
+TEST(Request, ResolvePathAgainstRootOrPageDirectory)
+{
+    req.cgi.document_root = "/srv/site";
+    req.page_path = (char*)"/srv/site/shop/list.html";
+    EXPECT_EQ(own(resolve_path("/img/a.gif")), "/srv/site/img/a.gif");
+    EXPECT_EQ(own(resolve_path("data/_t")), "/srv/site/shop/data/_t");
+    EXPECT_EQ(own(resolve_path("")), "/srv/site/shop/");
+    req.page_path = (char*)"page.html";  // no directory part: nothing is cut
+    EXPECT_EQ(own(resolve_path("x")), "page.html/x");
+    req.page_path = nullptr;
+}
+
+TEST(Request, CompactionOfHtmlKeepsFirstBlankOfEachRun)
+{
+    EXPECT_EQ(compacted("  a \t\n b\n\n", false), " a b\n");
+    EXPECT_EQ(compacted("\r\nx", false), "\rx");
+}
+
+TEST(Request, CompactionOfOtherTypesSqueezesLineBreaksOnly)
+{
+    EXPECT_EQ(compacted("\n\n  a  \t\n\r\nb\n", true), "  a  \t\nb\n");
+}
+
+TEST(Request, CompactionCanBeSwitchedOff)
+{
+    req.compaction_enabled = 0;
+    EXPECT_EQ(compacted("a  b", false), "a  b");
+    req.compaction_enabled = 1;
+}
+
+}  // namespace
