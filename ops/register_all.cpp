@@ -21,7 +21,7 @@ void register_all_operators()
     // 15 cookie: register_cookie_ops();
     // 16 upload
     // 17 uuencode
-    // 18 SQL: register_sql_ops();
+    register_sql_ops();              // 18
     // 19 counter
     // 20 dates: register_date_ops();
     // 21 GIF template
