@@ -6,8 +6,8 @@ void register_all_operators()
 {
     // 1 cache
     register_optimize_ops();         // 2
-    // 3 request utilities: register_request_ops();
-    // 4 misc: register_misc_ops();
+    register_request_ops();          // 3
+    register_misc_ops();             // 4
     // 5 exec
     // 6 files
     // 7 image sizes
@@ -18,16 +18,16 @@ void register_all_operators()
     register_sort_ops();             // 12
     register_string_case_ops();      // 13
     register_table_ops();            // 14
-    // 15 cookie: register_cookie_ops();
+    register_cookie_ops();           // 15
     // 16 upload
     // 17 uuencode
     register_sql_ops();              // 18
     // 19 counter
-    // 20 dates: register_date_ops();
+    register_date_ops();             // 20
     // 21 GIF template
     register_switch_ops();           // 22
     // 23 variables and control flow: register_control_ops();
-    // 24 access control: register_access_ops();
+    register_access_ops();           // 24
     // 25 forum threads
     // 26 download
     // 27 chat

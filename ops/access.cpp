@@ -1,0 +1,79 @@
+// Access control: the authenticated user and the "require" rules of .htaccess files.
+#include <cstdlib>
+#include <cstring>
+
+#include "cgi/request.h"
+#include "core/str.h"
+#include "interp/registry.h"
+#include "ops/ops.h"
+
+namespace {
+
+constexpr const char* NO_DECISION = nullptr;
+
+// The answer of one "require" line for needle (" user "): "yes", "no", or NO_DECISION when
+// the line is not a rule. The words must be separated by exactly one space.
+const char* access_rule_answer(const char* line, const char* needle)
+{
+    if (!str_starts_with(line, "require "))
+        return NO_DECISION;
+    const char* second = line + strlen("require ");
+    if (strcmp(second, "valid-user") == 0 || str_starts_with(second, "valid-user "))
+        return "yes";
+    if (strcmp(second, "group") != 0 && !str_starts_with(second, "group "))
+        return NO_DECISION;
+    const char* users = second[5] ? second + 6 : "";
+    str_holder listed(str_join(" ", users, " ", nullptr));
+    return str_find(listed.get(), needle) ? "yes" : "no";
+}
+
+// The answer of the first deciding line of a rule file's text, or NO_DECISION.
+const char* access_file_answer(char* text, const char* needle)
+{
+    for (char* cursor = text; cursor;) {
+        const char* answer = access_rule_answer(str_take_token(cursor, '\n'), needle);
+        if (answer)
+            return answer;
+    }
+    return NO_DECISION;
+}
+
+// auth[user;path]: walks up from the path's directory to the file system root and answers
+// from the first .htaccess that decides; nothing when none does.
+char* op_auth(int count, char** params)
+{
+    const char* user = param_text(count, params, 0);
+    const char* path = param_text(count, params, 1);
+    str_holder needle(str_join(" ", user ? user : "", " ", nullptr));
+    const char* root = getenv("DOCUMENT_ROOT");
+    str_holder start(str_nonempty(path) && path[0] == '/'
+                         ? str_join(root ? root : "", path, nullptr)
+                         : resolve_path(path));
+    char* dir = start.get();
+    while (dir && str_cut_at_last(dir, '/')) {
+        str_holder file(str_join(dir, "/.htaccess", nullptr));
+        str_holder text(read_file(file.get(), false, false));
+        if (!text.get())
+            continue;
+        const char* answer = access_file_answer(text.get(), needle.get());
+        if (answer)
+            return str_dup(answer);
+    }
+    return nullptr;
+}
+
+// user[]: the name the web server authenticated, or nothing.
+char* op_user(int, char**)
+{
+    return str_dup(getenv("REMOTE_USER"));
+}
+
+constexpr op_row rows[] = {
+    // name   handler   params  flags
+    {"auth",  op_auth,  2,      0},
+    {"user",  op_user,  0,      0},
+};
+
+}  // namespace
+
+void register_access_ops() { register_rows(rows); }

@@ -1,0 +1,106 @@
+// The cookie operator: reads a cookie of the request or writes a Set-Cookie line.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "cgi/request.h"
+#include "core/str.h"
+#include "interp/escape.h"
+#include "interp/registry.h"
+#include "ops/ops.h"
+
+namespace {
+
+constexpr int DEFAULT_DAYS = 90;
+constexpr long SECONDS_PER_DAY = 86400;
+constexpr const char* HEX_DIGITS = "0123456789ABCDEF";
+constexpr const char* WEEKDAYS[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+constexpr const char* MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                  "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+// A cookie value: bytes that need escaping become "%XY" (upper-case digits), a blank becomes
+// "+", the rest stay. Ownership: borrows value, new result.
+char* cookie_encode(const char* value)
+{
+    str_builder out;
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(value ? value : "");
+         *p; p++) {
+        if (needs_url_escape(*p)) {
+            out.append('%');
+            out.append(HEX_DIGITS[*p >> 4]);
+            out.append(HEX_DIGITS[*p & 15]);
+        } else {
+            out.append(*p == ' ' ? '+' : static_cast<char>(*p));
+        }
+    }
+    return out.take(false);
+}
+
+// "; expires=Wed, 01-Jan-2025 00:00:00 GMT" for days from now, in UTC.
+void cookie_expires(char* buffer, size_t size, int days)
+{
+    time_t when = time(nullptr) + days * SECONDS_PER_DAY;
+    struct tm utc;
+    gmtime_r(&when, &utc);
+    snprintf(buffer, size, "; expires=%s, %.2d-%s-%.4d %.2d:%.2d:%.2d GMT",
+             WEEKDAYS[utc.tm_wday], utc.tm_mday, MONTHS[utc.tm_mon], utc.tm_year + 1900,
+             utc.tm_hour, utc.tm_min, utc.tm_sec);
+}
+
+// Writes the Set-Cookie line of cookie[name;value;days]; nothing for an empty name.
+void cookie_write(int count, char** params)
+{
+    const char* name = param_text(count, params, 0);
+    if (!str_nonempty(name))
+        return;
+    int days = count >= 3 ? param_int(count, params, 2) : DEFAULT_DAYS;
+    str_holder value(cookie_encode(param_text(count, params, 1)));
+    char expires[128] = "";
+    if (days != 0)
+        cookie_expires(expires, sizeof expires, days);
+    FILE* out = req.output_stream ? req.output_stream : stdout;
+    fprintf(out, "Set-Cookie: %s=%s; path=/%s\n", name, value.get(), expires);
+}
+
+// The value of the named cookie in HTTP_COOKIE, cut at its first blank, decoded and escaped;
+// null when no pair has that name.
+char* cookie_read(const char* wanted)
+{
+    str_holder jar(str_dup(getenv("HTTP_COOKIE")));
+    for (char* cursor = jar.get(); cursor;) {
+        char* name = str_take_token(cursor, ';');
+        char* value = str_cut_at(name, '=');
+        while (*name == ' ' || *name == '\t')
+            name++;
+        if (strcmp(name, wanted ? wanted : "") != 0)
+            continue;
+        str_cut_at(value, ' ');
+        char* decoded = url_decode(value);
+        char* escaped = escape_apply(decoded, false);
+        if (escaped != decoded)
+            str_free(decoded);
+        return escaped;
+    }
+    return nullptr;
+}
+
+// cookie[name] reads a cookie; cookie[name;value;days] sets one (90 days by default, 0 for
+// a session cookie, negative to delete it) and gives nothing.
+char* op_cookie(int count, char** params)
+{
+    if (count >= 2) {
+        cookie_write(count, params);
+        return nullptr;
+    }
+    return cookie_read(param_text(count, params, 0));
+}
+
+constexpr op_row rows[] = {
+    // name     handler     params  flags
+    {"cookie",  op_cookie,  0,      0},
+};
+
+}  // namespace
+
+void register_cookie_ops() { register_rows(rows); }
