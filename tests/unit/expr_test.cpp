@@ -1,0 +1,298 @@
+// The expression evaluator: documented results, its deliberate oddities, operands from
+// variables and tables, error positions, and number formatting.
+#include <gtest/gtest.h>
+#include <cmath>
+#include <string>
+
+#include "cgi/request.h"
+#include "core/sorted_map.h"
+#include "core/str.h"
+#include "core/table.h"
+#include "interp/escape.h"
+#include "interp/expr.h"
+
+namespace {
+
+struct outcome {
+    double value;
+    int status;
+    std::string rest;
+};
+
+outcome eval(const char* text)
+{
+    const char* rest;
+    double value = expr_evaluate_text(text, rest);
+    return {value, expr_status, rest};
+}
+
+double value_of(const char* text)
+{
+    outcome o = eval(text);
+    EXPECT_EQ(o.status, EXPR_OK) << text << " stopped at '" << o.rest << "'";
+    return o.value;
+}
+
+int status_of(const char* text)
+{
+    return eval(text).status;
+}
+
+std::string own(char* s)
+{
+    std::string out = s ? s : "(null)";
+    str_free(s);
+    return out;
+}
+
+sorted_map& variables()
+{
+    if (!req.variables)
+        req.variables = new sorted_map;
+    return *req.variables;
+}
+
+TEST(Expr, ArithmeticAndTheTwoLevelPrecedence)
+{
+    EXPECT_EQ(value_of(""), 0);
+    EXPECT_EQ(value_of("7"), 7);
+    EXPECT_EQ(value_of("1+2*3*4"), 25);
+    EXPECT_EQ(value_of("2*3+4*5"), 26);
+    EXPECT_EQ(value_of("1-2-3"), -4);
+    EXPECT_EQ(value_of("1<2+3*4"), 1);  // right side is (2+3)*4
+    EXPECT_EQ(value_of("2+3*4<1"), 0);
+    EXPECT_EQ(value_of("10-2*3"), 4);
+}
+
+TEST(Expr, PrecedenceGroupsOnlyAgainstThePendingOperator)
+{
+    // "==" is looser than the pending "+": 1+2 is done first, then compared with 3.
+    EXPECT_EQ(value_of("1+2==3"), 1);
+    // "&&" pending, "+" tighter: 1&&(2+(-2)) would be 0, the tighter level takes one
+    // operand each: (2+-2) is not possible, "2+2" gives 4.
+    EXPECT_EQ(value_of("1&&2+2"), 1);
+    EXPECT_EQ(value_of("0||3-3"), 0);
+    EXPECT_EQ(value_of("6/2*3"), 9);
+    EXPECT_EQ(value_of("(1+2)*(3+4)"), 21);
+    EXPECT_EQ(value_of("((2))"), 2);
+}
+
+TEST(Expr, NumbersAndSigns)
+{
+    EXPECT_EQ(value_of(".5"), 0.5);
+    EXPECT_EQ(value_of("0x1F"), 31);
+    EXPECT_EQ(value_of("017"), 15);
+    EXPECT_EQ(value_of("1.5e2"), 150);
+    EXPECT_EQ(status_of("2e"), EXPR_BAD_NAME);  // "2" then the name "e": no variable, no table
+    EXPECT_EQ(value_of("-3*2"), -6);
+    EXPECT_EQ(value_of("1+2*-3"), -5);
+    EXPECT_EQ(value_of("1*(-2)"), -2);
+    EXPECT_EQ(status_of("1*-2"), EXPR_SYNTAX_ERROR);
+    // A number right after an operand replaces it: "0" then ".5", octal "0" then "8".
+    EXPECT_EQ(value_of("0.5"), 0.5);
+    EXPECT_EQ(value_of("08"), 8);
+    EXPECT_EQ(value_of("0xFFFFFFFF"), 4294967295.0);
+}
+
+TEST(Expr, DivisionRemainderAndBitOperators)
+{
+    EXPECT_EQ(value_of("7/0"), 1e300);
+    EXPECT_EQ(value_of("7/2"), 3.5);
+    EXPECT_EQ(value_of("7%2.9"), 1);
+    EXPECT_EQ(value_of("-7%3"), -1);
+    EXPECT_EQ(value_of("5&&.5"), 0);
+    EXPECT_EQ(value_of("0||.5"), 0);
+    EXPECT_EQ(value_of("2||0"), 1);
+    EXPECT_EQ(value_of("6&3"), 2);
+    EXPECT_EQ(value_of("6|3"), 7);
+    EXPECT_EQ(value_of("6^3"), 5);  // exclusive or, not a power
+    EXPECT_EQ(value_of("1<<33"), 2);
+    EXPECT_EQ(value_of("1<<31"), -2147483648.0);
+    EXPECT_EQ(value_of("-8>>1"), -4);
+    EXPECT_EQ(value_of("3<=3"), 1);
+    EXPECT_EQ(value_of("3>=4"), 0);
+    EXPECT_EQ(value_of("3!=4"), 1);
+    EXPECT_EQ(value_of("3>2"), 1);
+}
+
+TEST(Expr, PrefixOperatorsAndFunctions)
+{
+    EXPECT_EQ(value_of("!(0.5)"), 1);
+    EXPECT_EQ(value_of("!.5"), 1);
+    EXPECT_EQ(value_of("!0.5"), 0.5);  // "!" takes the operand "0", then ".5" replaces the 1
+    EXPECT_EQ(value_of("!3"), 0);
+    EXPECT_EQ(value_of("~0"), 4294967295.0);
+    EXPECT_EQ(value_of("~-1"), 0);
+    EXPECT_EQ(value_of("round2.5"), 3);
+    EXPECT_EQ(value_of("round(-2.5)"), -2);
+    EXPECT_EQ(value_of("floor(-1.5)"), -2);
+    EXPECT_EQ(value_of("ceiling1.2"), 2);
+    EXPECT_EQ(value_of("abs(-4)+1"), 5);
+    EXPECT_EQ(value_of("sqrt16"), 0);
+    EXPECT_EQ(value_of("sign(-7)"), -1);
+    EXPECT_EQ(value_of("sign0"), 0);
+    EXPECT_EQ(value_of("2abs3"), 3);
+    EXPECT_EQ(value_of("2*abs-3"), 6);
+}
+
+TEST(Expr, FunctionWordsArePrefixes)
+{
+    sorted_map& vars = variables();
+    vars.set("ent", "-5");
+    vars.set("absent", "100");
+    vars.set("al", "-2");
+    EXPECT_EQ(value_of("absent"), 5);  // abs applied to "ent"
+    EXPECT_EQ(value_of("signal"), -1);
+    vars.remove("ent");
+    vars.remove("absent");
+    vars.remove("al");
+}
+
+TEST(Expr, ErrorsAndWhereTheyStop)
+{
+    outcome o = eval("(1+2");
+    EXPECT_EQ(o.status, EXPR_MISSING_PAREN);
+    EXPECT_EQ(o.value, 0);
+    o = eval("2(3)");
+    EXPECT_EQ(o.status, EXPR_SYNTAX_ERROR);
+    EXPECT_EQ(o.rest, "(3)");
+    o = eval("1+");
+    EXPECT_EQ(o.status, EXPR_SYNTAX_ERROR);
+    EXPECT_EQ(o.rest, "");
+    o = eval("(1+2))+2");
+    EXPECT_EQ(o.status, EXPR_SYNTAX_ERROR);
+    EXPECT_EQ(o.rest, ")+2");
+    EXPECT_EQ(status_of("1 + 2"), EXPR_SYNTAX_ERROR);
+    EXPECT_EQ(status_of("1#2"), EXPR_SYNTAX_ERROR);
+    EXPECT_EQ(status_of("*2"), EXPR_SYNTAX_ERROR);
+    EXPECT_EQ(status_of("(1+)"), EXPR_SYNTAX_ERROR);
+    // A "(" at the very end is an empty group: 0 and no error, and nothing read past the end.
+    EXPECT_EQ(value_of("("), 0);
+    EXPECT_EQ(value_of("1+("), 1);
+    EXPECT_EQ(value_of("()"), 0);
+    // A tighter operator at the very end takes an empty operand.
+    EXPECT_EQ(value_of("1+2*"), 1);
+    // The status is reset by the next whole evaluation.
+    EXPECT_EQ(status_of("2"), EXPR_OK);
+}
+
+TEST(Expr, DeepNestingIsRefusedNotACrash)
+{
+    std::string deep(200000, '(');
+    EXPECT_EQ(status_of(deep.c_str()), EXPR_SYNTAX_ERROR);
+    std::string bangs(200000, '!');
+    EXPECT_EQ(status_of((bangs + "1").c_str()), EXPR_SYNTAX_ERROR);
+    std::string ok(1000, '(');
+    ok += "1" + std::string(1000, ')');
+    EXPECT_EQ(value_of(ok.c_str()), 1);
+}
+
+TEST(Expr, VariablesAsOperands)
+{
+    sorted_map& vars = variables();
+    vars.set("x", "7");
+    vars.set("s", "abc");
+    vars.set("n", "12abc");
+    vars.set("o", "010");
+    vars.set("h", "0x10");
+    vars.set("f", "0.5");
+    vars.set("a", "1");
+    EXPECT_EQ(value_of("x*2+1"), 15);
+    EXPECT_EQ(status_of("s+1"), EXPR_STRING_VALUE);
+    EXPECT_EQ(value_of("n"), 12);
+    EXPECT_EQ(value_of("o"), 8);
+    EXPECT_EQ(value_of("h"), 16);
+    EXPECT_EQ(value_of("f"), 0);  // a value starting with "0" is an integer
+    outcome o = eval("a=1");
+    EXPECT_EQ(o.status, EXPR_SYNTAX_ERROR);
+    EXPECT_EQ(o.rest, "=1");
+    o = eval("1+s*2");
+    EXPECT_EQ(o.status, EXPR_STRING_VALUE);
+    EXPECT_EQ(o.rest, "*2");
+    std::string long_name(128, 'v');
+    EXPECT_EQ(status_of(long_name.c_str()), EXPR_BAD_NAME);
+    for (const char* name : {"x", "s", "n", "o", "h", "f", "a"})
+        vars.remove(name);
+}
+
+TEST(Expr, TableItemsAsOperands)
+{
+    bool own_tables = !req.tables;
+    if (own_tables)
+        req.tables = new table_array;
+    EXPECT_EQ(status_of("nosuch"), EXPR_BAD_NAME);  // no current table
+    req.tables->set_current_name("t");
+    req.tables->store(new table_named(str_dup("price\tqty\tword\n2.5\t4\tabc\n")));
+    req.tables->set_current_name("other");
+    req.tables->store(new table(str_dup("9\t8\n")));
+    EXPECT_EQ(value_of("t::price*t::qty"), 10);
+    EXPECT_EQ(value_of("::1+1"), 9);  // plain table: column by number
+    EXPECT_EQ(value_of("anything"), 9);  // non-numeric name selects column 0
+    EXPECT_EQ(status_of("t::word"), EXPR_STRING_VALUE);
+    EXPECT_EQ(status_of("t::nosuch"), EXPR_STRING_VALUE);  // "[invalid item name nosuch]"
+    EXPECT_EQ(status_of("missing::price"), EXPR_BAD_NAME);
+    EXPECT_EQ(status_of("::7"), EXPR_SYNTAX_ERROR);  // the table has no cell 7
+    req.tables->set_current_name("t");
+    EXPECT_EQ(value_of("price"), 2.5);
+    req.tables->get_current()->set_current(5);
+    EXPECT_EQ(status_of("price"), EXPR_SYNTAX_ERROR);  // no current row: no text
+    if (own_tables) {
+        delete req.tables;
+        req.tables = nullptr;
+    } else {
+        req.tables->remove_current();
+        req.tables->set_current_name("other");
+        req.tables->remove_current();
+        req.tables->set_current_name(nullptr);
+    }
+}
+
+TEST(Expr, ErrorMessage)
+{
+    const char* rest;
+    expr_evaluate_text("1+)+2", rest);
+    EXPECT_EQ(own(expr_error_message("eval", rest)), "[eval: Syntax error near ')+2']");
+    expr_evaluate_text("(1", rest);
+    EXPECT_EQ(own(expr_error_message("for to", rest)), "[for to: Missing ')' near '']");
+    EXPECT_STREQ(expr_status_text(EXPR_BAD_NAME), "Bad variable or table item name");
+    EXPECT_STREQ(expr_status_text(EXPR_OK), "OK");
+}
+
+TEST(Expr, Strip)
+{
+    char text[] = " 1 +\t2\n* 3 ";
+    EXPECT_STREQ(expr_strip(text), "1+2*3");
+    EXPECT_EQ(expr_strip(nullptr), nullptr);
+}
+
+TEST(Expr, FormatNumberPaths)
+{
+    EXPECT_EQ(own(format_number(7.9, nullptr)), "7");
+    EXPECT_EQ(own(format_number(-7.9, nullptr)), "-7");
+    EXPECT_EQ(own(format_number(14, "%.2f")), "14.00");
+    EXPECT_EQ(own(format_number(3.14159, "v=%.3f!")), "v=3.142!");
+    EXPECT_EQ(own(format_number(3.14159, "pi=%.3f!")), "pi=3.000!");  // the "i" of "pi"
+    EXPECT_EQ(own(format_number(1.5, "%g")), "1.5");
+    // Any "o", "u", "x" or "X" in the text makes the value an unsigned integer.
+    EXPECT_EQ(own(format_number(14.7, "Total: %.2f")), "Total: 14.00");
+    EXPECT_EQ(own(format_number(255, "%x")), "ff");
+    EXPECT_EQ(own(format_number(-1, "%u")), "4294967295");
+    EXPECT_EQ(own(format_number(-1, "%d of")), "-1 of");
+    EXPECT_EQ(own(format_number(4294967296.0 + 5, "%X")), "5");
+    EXPECT_EQ(own(format_number(-2.9, "%5d|")), "   -2|");
+    EXPECT_EQ(own(format_number(42, "%ld")), "42");
+    EXPECT_EQ(own(format_number(42, "100%% %i")), "100% 42");
+}
+
+TEST(Expr, FormatNumberNeverPassesANumberToATextConversion)
+{
+    EXPECT_EQ(own(format_number(1, "%s")), "%s");
+    EXPECT_EQ(own(format_number(1, "%n%.1f")), "%n%.1f");
+    EXPECT_EQ(own(format_number(1, "%.1f %.1f")), "1.0 %.1f");
+    EXPECT_EQ(own(format_number(1, "%*d")), "%*d");
+    EXPECT_EQ(own(format_number(1, "%")), "%");
+    EXPECT_EQ(own(format_number(1, "abc")), "abc");
+    EXPECT_EQ(own(format_number(1, "%2000d")).size(), 1023u);
+}
+
+}  // namespace
