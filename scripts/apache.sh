@@ -1,0 +1,165 @@
+#!/usr/bin/env bash
+# Starts and stops a private Apache httpd (Debian's apache2) that serves a site through tessel
+# the way a real site is deployed: the program in a ScriptAlias'd cgi-bin folder and every
+# .html file handed to it by mod_actions. Everything the server owns (configuration, pid,
+# logs, the cgid socket, the cgi-bin folder) lives in one folder of its own.
+#
+#   scripts/apache.sh start DIR SITE PROGRAM [PORT]
+#       DIR      folder for the server's files (created; empty or absent)
+#       SITE     the DocumentRoot, served as it stands
+#       PROGRAM  the built tessel program, copied to DIR/cgi-bin/tessel
+#       PORT     port on 127.0.0.1; absent or 0 picks a free one
+#     Prints the port once the server answers. A file DIR/cgi-bin/.profile (the working
+#     directory of the program) may be added afterwards; error_log and access_log land there.
+#   scripts/apache.sh stop DIR
+#       Stops the server started in DIR and waits for it to go.
+#
+# The server is Debian's default set-up: the event MPM with mod_cgid.
+set -euo pipefail
+
+APACHE=${APACHE:-/usr/sbin/apache2}
+MODULES=${APACHE_MODULES:-/usr/lib/apache2/modules}
+
+die() {
+    echo "apache.sh: $*" >&2
+    exit 1
+}
+
+free_port() {
+    python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'
+}
+
+# The account the server's children run as: itself unless started by root, which Apache
+# refuses to serve as.
+run_user() {
+    if [[ $(id -u) -ne 0 ]]; then
+        id -un
+    elif id www-data >/dev/null 2>&1; then
+        echo www-data
+    else
+        echo nobody
+    fi
+}
+
+write_config() {
+    local dir=$1 site=$2 port=$3 user=$4 group
+    group=$(id -gn "$user")
+    cat >"$dir/conf/httpd.conf" <<CONF
+# Private server for tessel, written by scripts/apache.sh.
+ServerRoot "$dir"
+ServerName 127.0.0.1
+Listen 127.0.0.1:$port
+PidFile "$dir/run/httpd.pid"
+DefaultRuntimeDir "$dir/run"
+ErrorLog "$dir/logs/error.log"
+LogLevel warn
+LogFormat "%h %l %u %t \"%r\" %>s %b" common
+CustomLog "$dir/logs/access.log" common
+
+LoadModule mpm_event_module $MODULES/mod_mpm_event.so
+LoadModule authz_core_module $MODULES/mod_authz_core.so
+LoadModule mime_module $MODULES/mod_mime.so
+LoadModule alias_module $MODULES/mod_alias.so
+LoadModule actions_module $MODULES/mod_actions.so
+LoadModule cgid_module $MODULES/mod_cgid.so
+LoadModule dir_module $MODULES/mod_dir.so
+
+StartServers 1
+ServerLimit 4
+ThreadsPerChild 16
+MaxRequestWorkers 64
+MinSpareThreads 8
+MaxSpareThreads 32
+ScriptSock "$dir/run/cgid.sock"
+$( [[ $(id -u) -eq 0 ]] && printf 'User %s\nGroup %s\n' "$user" "$group" )
+
+TypesConfig /etc/mime.types
+DirectoryIndex index.html
+
+<Directory />
+    AllowOverride None
+    Require all denied
+</Directory>
+
+DocumentRoot "$site"
+<Directory "$site">
+    Options None
+    Require all granted
+</Directory>
+
+# The deployment of tessel: the program in cgi-bin, and every page handed to it.
+ScriptAlias /cgi-bin/ "$dir/cgi-bin/"
+<Directory "$dir/cgi-bin">
+    Require all granted
+</Directory>
+Action tessel-page /cgi-bin/tessel
+AddHandler tessel-page .html
+CONF
+}
+
+# Waits until the server answers on its port, or fails after about ten seconds.
+wait_until_up() {
+    local port=$1 pidfile=$2 i
+    for ((i = 0; i < 100; i++)); do
+        if [[ -s $pidfile ]] && curl -s -o /dev/null "http://127.0.0.1:$port/" 2>/dev/null; then
+            return 0
+        fi
+        sleep 0.1
+    done
+    return 1
+}
+
+start() {
+    (($# >= 3)) || die "usage: apache.sh start DIR SITE PROGRAM [PORT]"
+    local dir site program port=${4:-0} user attempt
+    [[ -x $APACHE ]] || die "$APACHE not found (install the apache2 package)"
+    [[ -d $2 ]] || die "no site folder $2"
+    [[ -x $3 ]] || die "no program $3"
+    mkdir -p "$1"
+    dir=$(cd "$1" && pwd)
+    site=$(cd "$2" && pwd)
+    program=$(cd "$(dirname "$3")" && pwd)/$(basename "$3")
+    user=$(run_user)
+
+    mkdir -p "$dir/conf" "$dir/logs" "$dir/run" "$dir/cgi-bin"
+    cp "$program" "$dir/cgi-bin/tessel"
+    chmod 755 "$dir" "$dir/cgi-bin" "$dir/cgi-bin/tessel"
+    # The program's working directory is cgi-bin: it writes its logs there.
+    if [[ $(id -u) -eq 0 ]]; then chown "$user" "$dir/cgi-bin"; fi
+
+    for attempt in 1 2 3; do
+        [[ $port != 0 ]] || port=$(free_port)
+        write_config "$dir" "$site" "$port" "$user"
+        rm -f "$dir/run/httpd.pid"
+        if "$APACHE" -f "$dir/conf/httpd.conf" -k start &&
+            wait_until_up "$port" "$dir/run/httpd.pid"; then
+            echo "$port" >"$dir/port"
+            echo "$port"
+            return 0
+        fi
+        stop "$dir" >/dev/null 2>&1 || true
+        [[ -z ${4:-} || ${4:-} == 0 ]] || break  # a port asked for by name is not replaced
+        port=0
+    done
+    cat "$dir/logs/error.log" >&2 2>/dev/null || true
+    die "the server in $dir did not start"
+}
+
+stop() {
+    (($# == 1)) || die "usage: apache.sh stop DIR"
+    local dir=$1 pid i
+    [[ -s $dir/run/httpd.pid ]] || return 0
+    pid=$(cat "$dir/run/httpd.pid")
+    kill -TERM "$pid" 2>/dev/null || return 0
+    for ((i = 0; i < 100; i++)); do
+        kill -0 "$pid" 2>/dev/null || return 0
+        sleep 0.1
+    done
+    kill -KILL "$pid" 2>/dev/null || true
+}
+
+case ${1:-} in
+start) shift; start "$@" ;;
+stop) shift; stop "$@" ;;
+*) die "usage: apache.sh start DIR SITE PROGRAM [PORT] | stop DIR" ;;
+esac
