@@ -10,7 +10,8 @@
 #
 # Everything lives in DIR: data/, the socket, the pid file, the log and "port". The server
 # keeps no file outside DIR and reads no option file. The sample database is "tessel", its
-# user "tessel" with the password "tessel-pw"; the tables are stored in KOI8-R, and every
+# user "tessel" with the password "tessel-pw" (and "reader", password "se:cret", who may only
+# read); the tables are stored in KOI8-R, and every
 # connection of that user talks KOI8-R, the code page tessel expects from the database.
 set -eu
 
@@ -107,6 +108,9 @@ do_start() {
         echo "CREATE USER '$DB_USER'@'127.0.0.1' IDENTIFIED BY '$DB_PASSWORD';"
         echo "CREATE USER '$DB_USER'@'localhost' IDENTIFIED BY '$DB_PASSWORD';"
         echo "GRANT ALL ON $DB_NAME.* TO '$DB_USER'@'127.0.0.1', '$DB_USER'@'localhost';"
+        # A read-only user whose password holds a colon.
+        echo "CREATE USER 'reader'@'127.0.0.1' IDENTIFIED BY 'se:cret';"
+        echo "GRANT SELECT ON $DB_NAME.* TO 'reader'@'127.0.0.1';"
         echo "USE $DB_NAME;"
         sample_sql
     } | "$client" --no-defaults --socket="$dir/mariadbd.sock" -uroot --default-character-set=koi8r ||
