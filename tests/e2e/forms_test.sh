@@ -1,0 +1,91 @@
+#!/usr/bin/env bash
+# Form input, cookies and header lines through a private Apache: what curl posts (urlencoded
+# and multipart, files included) arrives decoded, cookies set by one response come back from
+# curl's cookie jar to the next page, and header lines reach the client.
+# Usage: forms_test.sh PROGRAM
+set -uo pipefail
+source "$(dirname "$0")/lib.sh" "$1"
+
+# The body holds text (each line a literal piece of the expected page).
+check_contains() {
+    if grep -qF -- "$2" "$BODY"; then
+        echo "ok: $1"
+    else
+        fail "$1"
+        echo "  missing: $(printf '%q' "$2")"
+        echo "  body:    $(head -c 2000 "$BODY" | od -c | head -20)"
+    fi
+}
+
+# The headers hold a line (names are lower-cased by e2e_get).
+check_contains_header() {
+    if grep -qF -- "$2" "$HEADERS"; then
+        echo "ok: $1"
+    else
+        fail "$1"
+        echo "  missing: $(printf '%q' "$2")"
+        cat "$HEADERS"
+    fi
+}
+
+cp "$E2E_ROOT/examples/site/form.html" "$SITE/form.html"
+cat >"$SITE/echo.html" <<'EOF'
+[^form[a]] [^combine[a]] [^form[t]] [^form[f]] [^form[after]] [^number[n]] [^env[REQUEST_METHOD]]
+EOF
+cat >"$SITE/set_cookie.html" <<'EOF'
+^cookie[who;Ann Lee/1 <&>]^cookie[session;x;0]^cookie[gone;y;-1]set
+EOF
+cat >"$SITE/read_cookie.html" <<'EOF'
+[^cookie[who]] [^cookie[session]] [^cookie[gone]]
+EOF
+cat >"$SITE/header.html" <<'EOF'
+^header[X-Tessel-Test;a
+b]^header[Content-Type;text/plain^; charset=koi8-r]plain   text
+EOF
+printf 'line1\r\nline2\r\n' >"$WORK/crlf.txt"
+printf 'GIF89a\0\1\2\r\n\0\0end' >"$WORK/binary.gif"
+chmod 644 "$SITE"/*.html
+e2e_start
+
+e2e_get '/echo.html?a=1&a=%3Cb%3E&t=x+y%21'
+check_equal "query string: status" 200 "$STATUS"
+check_body "query string: decoded, repeated and escaped" \
+    $'[1] [1|&lt;b&gt;] [x y!] [] [] [0] [GET]\n'
+
+e2e_get /echo.html --data-urlencode 'a=<b>&"x"' --data-urlencode 'a=second' \
+    --data-urlencode $'t=l1\r\nl2' --data-urlencode 'n=-12.5'
+check_body "urlencoded post: decoded, line breaks normalised" \
+    $'[&lt;b&gt;&&quot;x&quot;] [&lt;b&gt;&&quot;x&quot;|second] [l1\nl2] [] [] [-12.5] [POST]\n'
+
+e2e_get '/echo.html?a=from-query' -F a=one -F a=two -F "t=<$WORK/crlf.txt" \
+    -F "f=@$WORK/binary.gif;type=image/gif" -F after=ok -F n=7
+check_body "multipart post: query first, CRLF text, file kept apart" \
+    $'[from-query] [from-query|one|two] [line1\nline2\n] [(file)] [ok] [7] [POST]\n'
+
+e2e_get /set_cookie.html -c "$WORK/jar"
+check_body "cookies: the page itself" $'set\n'
+check_contains_header "cookie with expiry" 'set-cookie: who=Ann+Lee%2F1+%3C%26%3E; path=/; expires='
+check_contains_header "session cookie" 'set-cookie: session=x; path=/'
+e2e_get /read_cookie.html -b "$WORK/jar"
+check_body "cookies: sent back by the jar, decoded and escaped" \
+    $'[Ann Lee/1 &lt;&&gt;] [x] []\n'
+
+e2e_get /header.html
+check_header x-tessel-test 'a b'
+check_header content-type 'text/plain; charset=koi8-r'
+check_body "header: content type switches compaction to line breaks" $'plain   text\n'
+
+# The example form: markup typed into it is shown escaped, and the name is remembered.
+e2e_get /form.html -c "$WORK/jar2" --form-string 'name=<b>Ann</b>' -F colour=red -F colour=blue \
+    -F age=31 -F "comment=<$WORK/crlf.txt" -F "upload=@$WORK/binary.gif"
+check_header x-form-page echo
+check_contains "example: name escaped" '<li>name: <b>&lt;b&gt;Ann&lt;/b&gt;</b></li>'
+check_contains "example: repeated field" '<li>colours: red, blue</li>'
+check_contains "example: number" '<li>age as a number: 31</li>'
+check_contains "example: file field" '<li>file: (file)</li>'
+check_contains "example: value attribute" 'value="&lt;b&gt;Ann&lt;/b&gt;"'
+e2e_get /form.html -b "$WORK/jar2"
+check_contains "example: cookie read back" '<h1>Hello, &lt;b&gt;Ann&lt;/b&gt;</h1>'
+check_contains "example: nothing posted" '<p>Nothing posted yet.</p>'
+
+e2e_finish
