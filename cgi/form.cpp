@@ -17,6 +17,9 @@ constexpr const char* FILE_VALUE = "(file)";  // what a file field reads as by n
 
 unsigned char hex_digit[256];
 
+// The last entry of the list, valid while req.form_entries is not null.
+form_entry* form_tail = nullptr;
+
 // The name form_find_next searches for; req.form_cursor_name points at it.
 char* cursor_name = nullptr;
 
@@ -40,10 +43,11 @@ void form_append(char* name, char* value, int length, char* file_name)
     entry->next = nullptr;
     entry->length = length;
     entry->file_name = file_name;
-    form_entry** tail = &req.form_entries;
-    while (*tail)
-        tail = &(*tail)->next;
-    *tail = entry;
+    if (req.form_entries)
+        form_tail->next = entry;
+    else
+        req.form_entries = entry;
+    form_tail = entry;
 }
 
 // "+" is a blank and "%XY" the byte 16 * X + Y by the digit table; an escape cut short by the
@@ -324,6 +328,7 @@ void form_free_all()
     }
     req.form_entries = nullptr;
     req.form_cursor = nullptr;
+    form_tail = nullptr;
 }
 
 // ---- lookups --------------------------------------------------------------------------------
