@@ -169,8 +169,8 @@ private:
     char* saved_;
 };
 
-// The expansion of the replacement for one match at offset pos of s, with the match table
-// current under "match". Ownership: borrows all, new result.
+// The expansion of the replacement for one match in s (the text searched from the current
+// position), with its match table current under "match". Ownership: borrows all, new result.
 char* match_expand_replacement(const char* replacement, const char* s, const regmatch_t* found,
                                int groups)
 {

@@ -15,7 +15,6 @@
 
 namespace {
 
-
 // Appends piece and its TAB to line. Ownership: borrows piece.
 void split_add(str_builder& line, const char* piece)
 {
