@@ -121,7 +121,8 @@ bool table::locate_exact(const char* column, const char* value)
         for (int i = 0; i < count(); i++) {
             current_ = i;
             str_holder cell(item_by_name(column));
-            if ((size_t)table_cell_length(cell.get()) == n && strncmp(str_or_empty(cell.get()), value, n) == 0)
+            if ((size_t)table_cell_length(cell.get()) == n &&
+                strncmp(str_or_empty(cell.get()), value, n) == 0)
                 return true;
         }
     }

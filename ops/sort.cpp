@@ -84,7 +84,9 @@ int sort_compare_keys(char* key_a, char* key_b, const char* spec)
         }
         if (*p != '|' && *p)
             return 0;
-        int order = sort_compare_parts(kind, str_next_field(key_a, '|'), str_next_field(key_b, '|'));
+        char* part_a = str_next_field(key_a, '|');
+        char* part_b = str_next_field(key_b, '|');
+        int order = sort_compare_parts(kind, part_a, part_b);
         if (order != 0)
             return order * sign;
         if (!*p)
