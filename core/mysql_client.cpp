@@ -14,8 +14,7 @@ mysql_client client;
 char failure[512];
 
 // One looked-up call: the field it fills and the library's symbol name.
-template <typename F>
-bool look_up(void* library, F& slot, const char* symbol)
+template <typename F> bool look_up(void* library, F& slot, const char* symbol)
 {
     slot = reinterpret_cast<F>(dlsym(library, symbol));
     if (!slot)
@@ -55,7 +54,7 @@ void load()
     state = look_up_all(library) ? load_state::loaded : load_state::failed;
 }
 
-}  // namespace
+} // namespace
 
 const mysql_client* mysql_client_load(const char** error)
 {

@@ -11,8 +11,8 @@
 // another file.
 constexpr const char* MYSQL_CLIENT_LIBRARY = "libmariadb.so.3";
 
-struct mysql_conn;    // the client's connection object
-struct mysql_result;  // a stored result set
+struct mysql_conn;   // the client's connection object
+struct mysql_result; // a stored result set
 
 // The start of the client's field description: its first member is the field's name.
 struct mysql_field_head {

@@ -23,7 +23,7 @@ constexpr unsigned DEFAULT_PORT = 3306;
 // a connection, which is kept on purpose.
 const mysql_client* client = nullptr;
 mysql_conn* connection = nullptr;
-char* pending_error = nullptr;  // "[sql WHAT error: MESSAGE]" until the operator consumes it
+char* pending_error = nullptr; // "[sql WHAT error: MESSAGE]" until the operator consumes it
 
 // The parts of a connection string user:password@host:port/database; absent parts are null.
 struct sql_target {
@@ -77,9 +77,9 @@ bool sql_connect(const sql_target& target)
         return false;
     }
     connection = client->init(nullptr);
-    if (connection && client->real_connect(connection, target.host, target.user,
-                                           target.password, target.database,
-                                           target.port ? target.port : DEFAULT_PORT, nullptr, 0))
+    if (connection &&
+        client->real_connect(connection, target.host, target.user, target.password, target.database,
+                             target.port ? target.port : DEFAULT_PORT, nullptr, 0))
         return true;
     sql_report_error("connect");
     return false;
@@ -178,7 +178,7 @@ void sql_expand_slot(int count, char** params, int i)
     if (i >= count)
         return;
     char* raw = params[i];
-    params[i] = nullptr;  // the slot must not own the text while it is expanded
+    params[i] = nullptr; // the slot must not own the text while it is expanded
     params[i] = expand_in_place(raw);
 }
 
@@ -248,6 +248,6 @@ constexpr op_row rows[] = {
     {"sql",     op_sql,     0,      RAW_PARAMS},
 };
 
-}  // namespace
+} // namespace
 
 void register_sql_ops() { register_rows(rows); }
