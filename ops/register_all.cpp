@@ -26,7 +26,7 @@ void register_all_operators()
     register_date_ops();             // 20
     // 21 GIF template
     register_switch_ops();           // 22
-    // 23 variables and control flow: register_control_ops();
+    register_control_ops();          // 23
     register_access_ops();           // 24
     // 25 forum threads
     // 26 download

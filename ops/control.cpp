@@ -1,0 +1,209 @@
+// Variables and control flow: `var`, `eval`, `if`, `while` and `for`.
+//
+// They share the variable store (req.variables) with the expression evaluator. The loops and
+// `if` take their parameters raw and expand only the branch or body they need, each time
+// from a fresh copy, so that operators in the parts not chosen never run.
+#include <cstdint>
+#include <cstdlib>
+
+#include "cgi/request.h"
+#include "core/sorted_map.h"
+#include "core/str.h"
+#include "interp/escape.h"
+#include "interp/expr.h"
+#include "interp/registry.h"
+#include "ops/ops.h"
+
+namespace {
+
+// The most bodies one `while` expands; the 1000th pass ends the loop with a message.
+constexpr int MAX_WHILE_PASSES = 999;
+
+sorted_map& control_variables()
+{
+    if (!req.variables)
+        req.variables = new sorted_map;
+    return *req.variables;
+}
+
+// Strips text in place and evaluates it. Null on success; otherwise the evaluator's message
+// built with who ("[if: Syntax error near ...]"). Ownership: borrows both, new result.
+char* control_eval(char* text, const char* who, double& value)
+{
+    const char* rest;
+    value = expr_evaluate_text(expr_strip(text), rest);
+    return expr_status == EXPR_OK ? nullptr : expr_error_message(who, rest);
+}
+
+// Expands parameter i in place when the call has it; the slot (or null) either way.
+char* control_expand(int count, char** params, int i)
+{
+    if (i >= count)
+        return nullptr;
+    params[i] = expand_in_place(params[i]);
+    return params[i];
+}
+
+// A copy of parameter i expanded, null when the call has none. Ownership: new result.
+char* control_branch(int count, char** params, int i)
+{
+    return i < count ? expand_copy(params[i]) : nullptr;
+}
+
+// The 32-bit integer arithmetic of var(name;op;operand): wraps around, and a zero divisor
+// faults as integer division does.
+int control_int_op(char op, int a, int b)
+{
+    switch (op) {
+    case '+': return (int)((uint32_t)a + (uint32_t)b);
+    case '-': return (int)((uint32_t)a - (uint32_t)b);
+    case '*': return (int)((uint32_t)a * (uint32_t)b);
+    default: return a / b;
+    }
+}
+
+// The new value of var(name;op;operand) from the old one. Ownership: borrows all, new result.
+char* var_compute(const char* old, const char* op, char* operand)
+{
+    if (str_equal(op, "+") || str_equal(op, "-") || str_equal(op, "*") || str_equal(op, "/"))
+        return str_dup(fmt_int(control_int_op(op[0], str_to_int(old), str_to_int(operand))));
+    if (str_equal(op, "."))
+        return str_join(old ? old : "", operand ? operand : "", nullptr);
+    double value;
+    char* error = control_eval(operand, "var", value);
+    return error ? error : format_number(value, op);
+}
+
+// Puts a loop variable's earlier value back (or removes it) when the loop ends, also when
+// a table lock violation unwinds through the loop.
+class loop_variable {
+public:
+    explicit loop_variable(const char* name) : name_(name)
+    {
+        saved_ = str_dup(control_variables().get(name));
+    }
+    ~loop_variable() { control_variables().set_take(name_, saved_); }
+    loop_variable(const loop_variable&) = delete;
+    loop_variable& operator=(const loop_variable&) = delete;
+    void set(int value) { control_variables().set(name_, fmt_int(value)); }
+private:
+    const char* name_;
+    char* saved_;
+};
+
+// var[name], var[name;value], var[name;op;operand].
+char* op_var(int count, char** params)
+{
+    {
+        escape_mode_scope none(ESCAPE_MODE_NONE);
+        for (int i = 0; i < count; i++)
+            params[i] = expand_in_place(params[i]);
+    }
+    sorted_map& vars = control_variables();
+    if (count <= 1) {
+        params[0] = expand_in_place(params[0]);  // the name is expanded a second time
+        char* copy = str_dup(vars.get(params[0]));
+        char* escaped = escape_apply(copy, false);
+        if (escaped != copy)
+            str_free(copy);
+        return escaped;
+    }
+    if (count == 2)
+        vars.set(params[0], params[1]);
+    else
+        vars.set_take(params[0], var_compute(vars.get(params[0]), params[1], params[2]));
+    return nullptr;
+}
+
+// eval[expression;format].
+char* op_eval(int count, char** params)
+{
+    double value;
+    char* error = control_eval(params[0], "eval", value);
+    return error ? error : format_number(value, param_text(count, params, 1));
+}
+
+// if[condition;then;else] or if[condition;negative;zero;positive].
+char* op_if(int count, char** params)
+{
+    double value;
+    char* error = control_eval(control_expand(count, params, 0), "if", value);
+    if (error)
+        return error;
+    if (count <= 3)
+        return control_branch(count, params, value == 0 ? 2 : 1);  // NaN is true
+    if (count == 4)
+        return control_branch(count, params, value < 0 ? 1 : value == 0 ? 2 : 3);
+    return page_error("[if: wrong param count]");
+}
+
+// while[condition;body]: at most 999 bodies.
+char* op_while(int, char** params)
+{
+    if (!params[0])
+        return nullptr;
+    str_builder result;
+    for (int pass = 1;; pass++) {
+        if (pass > MAX_WHILE_PASSES)
+            return page_error("[while: endless loop detected]");
+        str_holder condition(expand_copy(params[0]));
+        if (!str_nonempty(expr_strip(condition.get())))
+            break;
+        double value;
+        char* error = control_eval(condition.get(), "while", value);
+        if (error)
+            return error;
+        if (value == 0)
+            break;
+        str_holder body(expand_copy(params[1]));
+        result.append(body.get());
+    }
+    return result.take(true);
+}
+
+// for[variable;from;to;body;separator]: the variable counts from..to and gets its earlier
+// value back afterwards.
+char* op_for(int count, char** params)
+{
+    const char* name = control_expand(count, params, 0);
+    char* from_text = control_expand(count, params, 1);
+    char* to_text = control_expand(count, params, 2);
+    const char* separator = control_expand(count, params, 4);
+    double from, to;
+    if (char* error = control_eval(from_text, "for from", from))
+        return error;
+    if (char* error = control_eval(to_text, "for to", to))
+        return error;
+    loop_variable variable(name);
+    const char* body = param_text(count, params, 3);
+    str_builder result;
+    bool have_result = false;  // an earlier body produced text
+    for (int64_t i = expr_to_int(from); i <= expr_to_int(to); i++) {
+        variable.set((int)i);
+        if (have_result)
+            result.append(separator);
+        str_holder text(expand_copy(body));
+        if (text.get()) {
+            result.append(text.get());
+            have_result = true;
+        }
+    }
+    return result.take(true);
+}
+
+constexpr op_row rows[] = {
+    // name    handler    params  flags
+    {"var",    op_var,    0,      RAW_PARAMS},
+    {"eval",   op_eval,   0,      0},
+    {"if",     op_if,     0,      RAW_PARAMS},
+    {"while",  op_while,  2,      RAW_PARAMS},
+    {"for",    op_for,    0,      RAW_PARAMS},
+};
+
+}  // namespace
+
+void register_control_ops()
+{
+    control_variables();
+    register_rows(rows);
+}
