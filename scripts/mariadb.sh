@@ -89,7 +89,7 @@ do_start() {
     "$mariadbd" --no-defaults --datadir="$dir/data" $user_opt --bind-address=127.0.0.1 --port="$port" \
         --socket="$dir/mariadbd.sock" --pid-file="$dir/mariadbd.pid" --log-error="$dir/mariadbd.log" \
         --character-set-server=koi8r --collation-server=koi8r_general_ci \
-        --skip-log-bin --innodb-buffer-pool-size=16M --max-connections=50 \
+        --skip-log-bin --skip-name-resolve --innodb-buffer-pool-size=16M --max-connections=50 \
         --init-connect='SET NAMES koi8r' >/dev/null 2>&1 &
 
     i=0
