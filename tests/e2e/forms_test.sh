@@ -42,6 +42,8 @@ cat >"$SITE/header.html" <<'EOF'
 ^header[X-Tessel-Test;a
 b]^header[Content-Type;text/plain^; charset=koi8-r]plain   text
 EOF
+printf '[^length[^form[big]]]\n' >"$SITE/big_length.html"
+printf '[^form[big]] [^number[big]]\n' >"$SITE/big_value.html"
 printf 'line1\r\nline2\r\n' >"$WORK/crlf.txt"
 printf 'GIF89a\0\1\2\r\n\0\0end' >"$WORK/binary.gif"
 chmod 644 "$SITE"/*.html
@@ -61,6 +63,14 @@ e2e_get '/echo.html?a=from-query' -F a=one -F a=two -F "t=<$WORK/crlf.txt" \
     -F "f=@$WORK/binary.gif;type=image/gif" -F after=ok -F n=7
 check_body "multipart post: query first, CRLF text, file kept apart" \
     $'[from-query] [from-query|one|two] [line1\nline2\n] [(file)] [ok] [7] [POST]\n'
+
+# A value whose length plus one passes 0x7FFFF is refused by form (and reads as 0 by number).
+{ printf 'big='; head -c 524286 /dev/zero | tr '\0' 7; } >"$WORK/big_ok"
+{ printf 'big='; head -c 524287 /dev/zero | tr '\0' 7; } >"$WORK/big_refused"
+e2e_get /big_length.html --data-binary "@$WORK/big_ok"
+check_body "long field: the longest accepted" $'[524286]\n'
+e2e_get /big_value.html --data-binary "@$WORK/big_refused"
+check_body "long field: refused" $'[[form element big exceeds maxlength]] [0]\n'
 
 e2e_get /set_cookie.html -c "$WORK/jar"
 check_body "cookies: the page itself" $'set\n'
