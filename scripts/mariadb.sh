@@ -5,7 +5,7 @@
 #   scripts/mariadb.sh start DIR [PORT]   makes a fresh data folder in DIR, starts mariadbd on
 #                                         127.0.0.1:PORT (default: a free port) and loads the
 #                                         sample tables; prints the connection string
-#   scripts/mariadb.sh stop DIR           shuts the server of DIR down
+#   scripts/mariadb.sh stop DIR           shuts the server of DIR down and removes its data
 #   scripts/mariadb.sh url DIR            prints the connection string of the server of DIR
 #
 # Everything lives in DIR: data/, the socket, the pid file, the log and "port". The server
@@ -84,12 +84,12 @@ do_start() {
     [ "$(id -u)" = 0 ] && user_opt=--user=root
 
     "$install_db" --no-defaults --datadir="$dir/data" $user_opt --auth-root-authentication-method=socket \
-        --skip-test-db >"$dir/install.log" 2>&1 || { cat "$dir/install.log" >&2; die "mariadb-install-db failed"; }
+        --skip-test-db --innodb-log-file-size=8M >"$dir/install.log" 2>&1 || { cat "$dir/install.log" >&2; die "mariadb-install-db failed"; }
 
     "$mariadbd" --no-defaults --datadir="$dir/data" $user_opt --bind-address=127.0.0.1 --port="$port" \
         --socket="$dir/mariadbd.sock" --pid-file="$dir/mariadbd.pid" --log-error="$dir/mariadbd.log" \
         --character-set-server=koi8r --collation-server=koi8r_general_ci \
-        --skip-log-bin --skip-name-resolve --innodb-buffer-pool-size=16M --max-connections=50 \
+        --skip-log-bin --skip-name-resolve --innodb-buffer-pool-size=16M --innodb-log-file-size=8M --max-connections=50 \
         --init-connect='SET NAMES koi8r' >/dev/null 2>&1 &
 
     i=0
@@ -131,6 +131,7 @@ do_stop() {
         sleep 0.1
     done
     rm -f "$pidfile"
+    rm -rf "$dir/data"  # a sample database only: the next start makes a fresh one
 }
 
 do_url() {
