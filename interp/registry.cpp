@@ -135,11 +135,8 @@ char* call_operator(const char* name, int count, char** params)
         return str_join("[invalid operator ", name, "]", nullptr);
     depth_guard leave;
     if (!(entry->flags & RAW_PARAMS))
-        for (int i = 0; i < count; i++) {
-            char* raw = params[i];
-            params[i] = nullptr;  // the slot must not own the text while it is expanded
-            params[i] = expand_in_place(raw);
-        }
+        for (int i = 0; i < count; i++)
+            params[i] = expand_in_place(params[i]);
     if (entry->param_count != 0 && entry->param_count != count)
         return str_join("[invalid parameters to operator ", name, "]", nullptr);
     return entry->handler(count, params);
@@ -149,7 +146,8 @@ char* expand_in_place(char* text)
 {
     if (!text)
         return nullptr;
-    str_holder input(text);
+    // The input is freed only on a normal return: when a table-lock exception passes through,
+    // the caller's slot still holds it and frees it once.
     str_builder out;
     size_t size = strlen(text);
     size_t bracket = 0;  // cached position of the next "[" (size when there is none)
@@ -185,9 +183,12 @@ char* expand_in_place(char* text)
         str_holder result(call_operator(name.get(), params.count, params.slots));
         out.append(result.get());
         i = close + 1;
-        if (out.size() == 0 && i >= size)
+        if (out.size() == 0 && i >= size) {
+            str_free(text);
             return nullptr;  // the last call left the whole text empty
+        }
     }
+    str_free(text);
     return out.take(false);
 }
 
