@@ -66,6 +66,15 @@ option_items option_union(int count, char** params)
     return all;
 }
 
+// Expands parameter slot i in place. The slot is emptied before its text is handed over, so
+// a table lock violation unwinding through the expansion cannot leave it pointing at freed text.
+void compare_expand_param(char** params, int i)
+{
+    char* text = params[i];
+    params[i] = nullptr;
+    params[i] = expand_in_place(text);
+}
+
 // The expansion of a copy of parameter i; null when the call has no such parameter.
 char* expand_param(int count, char** params, int i)
 {
@@ -98,7 +107,7 @@ char* op_start(int, char** params)
 
 char* op_default(int, char** params)
 {
-    params[0] = expand_in_place(params[0]);
+    compare_expand_param(params, 0);
     if (str_nonempty(params[0]))
         return str_dup(params[0]);
     return expand_copy(params[1]);
