@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds tessel and serves examples/site/ through a private Apache
+# on http://127.0.0.1:8080/ (and a private MariaDB with the sample database on 127.0.0.1:3307
+# for the SQL page) until Ctrl-C. Nothing is left behind: both servers live in a temp folder.
+#
+#   bash scripts/serve.sh           (PORT=... and DB_PORT=... to use other ports)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+source scripts/packages.sh
+
+port=${PORT:-8080}
+db_port=${DB_PORT:-3307}
+
+ensure_packages build-essential cmake python3 apache2 curl mariadb-server libmariadb-dev \
+    libgd-dev
+
+build=${BUILD_DIR:-build}
+cmake -S . -B "$build" -DBUILD_TESTING=OFF >/dev/null
+cmake --build "$build" -j2 --target tessel
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/tessel-serve.XXXXXX")
+chmod 755 "$work"
+db="" sleeper=""
+stop_all() {
+    trap - EXIT INT TERM
+    echo
+    echo "stopping"
+    "$root/scripts/apache.sh" stop "$work/apache" || true
+    if [[ -d $work/mariadb ]]; then sh "$root/scripts/mariadb.sh" stop "$work/mariadb" || true; fi
+    if [[ -n $sleeper ]]; then kill "$sleeper" 2>/dev/null || true; fi
+    rm -rf "$work"
+}
+trap stop_all EXIT
+trap 'exit 130' INT TERM
+
+if [[ -f scripts/mariadb.sh ]]; then
+    db=$(sh scripts/mariadb.sh start "$work/mariadb" "$db_port")
+fi
+scripts/apache.sh start "$work/apache" examples/site "$build/tessel" "$port" >/dev/null
+# The program's working folder is the server's cgi-bin; its .profile passes the database on.
+if [[ -n $db ]]; then printf 'TESSEL_DB=%s\n' "$db" >"$work/apache/cgi-bin/.profile"; fi
+
+echo "serving $root/examples/site on http://127.0.0.1:$port/"
+if [[ -n $db ]]; then echo "sample database: $db"; fi
+echo "program logs: $work/apache/cgi-bin/error_log, server logs: $work/apache/logs/"
+echo "press Ctrl-C to stop"
+sleep infinity &
+sleeper=$!
+wait "$sleeper"

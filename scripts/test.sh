@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Installs what the tests need, builds tessel in build/ and runs every test suite: unit tests,
+# page tests, the end-to-end tests through a private Apache and the SQL tests against a
+# private MariaDB. Works unattended on a fresh Debian machine (as root, or with sudo).
+#
+#   bash scripts/test.sh            (BUILD_DIR=... to build elsewhere than build/)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/packages.sh
+
+ensure_packages build-essential cmake libgtest-dev python3 apache2 mariadb-server \
+    libmariadb-dev libgd-dev curl
+
+build=${BUILD_DIR:-build}
+cmake -S . -B "$build" -DBUILD_TESTING=ON
+cmake --build "$build" -j2
+ctest --test-dir "$build" -j2 --output-on-failure
