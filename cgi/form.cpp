@@ -125,7 +125,7 @@ char* header_value(const char* text, int len, const char* key)
         while (end < len && !strchr(" ;\"\r\n", text[end]) && text[end] != '\0')
             end++;
     }
-    return str_dup_n(text + start, end - start);
+    return end > start ? str_dup_n(text + start, end - start) : nullptr;
 }
 
 // Offset just past the first empty line in body[from, to) (two line feeds with only carriage

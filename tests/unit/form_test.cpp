@@ -175,6 +175,8 @@ TEST_F(Form, MultipartFieldsFilesAndSkippedParts)
         {field("empty"), ""},
         {field("f") + "; filename=\"pic.gif\"\r\nContent-Type: image/gif", binary},
         {"Content-Disposition: attachment; name=\"skip\"", "no"},
+        {"Content-Disposition: form-data; name=\"\"", "unnamed"},
+        {"Content-Disposition: form-data; filename=\"n.txt\"", "unnamed"},
         {field("a"), "line1\r\nline2"},
     });
     req.cgi.content_type = "multipart/form-data; boundary=xyz";
