@@ -2,7 +2,7 @@
 # temp folder, and talks to its own private Apache (scripts/apache.sh) with curl.
 #
 #   source "$(dirname "$0")/lib.sh" "$1"    # $1: the built tessel program
-#   e2e_start                               # serves $SITE on a free port: sets $BASE
+#   e2e_start [FOLDER]                      # serves $SITE (or FOLDER) on a free port: sets $BASE
 #   e2e_get /page.html                      # sets $STATUS, $HEADERS (file), $BODY (file)
 #   check_equal "what" "$want" "$got";  check_body "what" "$want";  check_header NAME VALUE
 #   e2e_finish                              # exit status: 0, or 1 when a check failed
@@ -34,7 +34,7 @@ trap e2e_cleanup EXIT
 
 e2e_start() {
     local port
-    port=$("$APACHE_SH" start "$SERVER" "$SITE" "$E2E_PROGRAM") || exit 1
+    port=$("$APACHE_SH" start "$SERVER" "${1:-$SITE}" "$E2E_PROGRAM") || exit 1
     BASE=http://127.0.0.1:$port
 }
 

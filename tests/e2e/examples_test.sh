@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# The example site served as scripts/serve.sh serves it: the welcome page and every page it
+# links to render through Apache without an error page or an operator error in them.
+# sql.html needs the sample database and is left to the SQL tests.
+# Usage: examples_test.sh PROGRAM
+set -uo pipefail
+source "$(dirname "$0")/lib.sh" "$1"
+
+EXAMPLES=$E2E_ROOT/examples/site
+e2e_start "$EXAMPLES"
+
+# Page errors come out in brackets: an unknown operator, an undefined macro, a bad count.
+check_renders() {
+    e2e_get "$1"
+    check_equal "$1: status" 200 "$STATUS"
+    check_equal "$1: content-type" text/html "$(header_value content-type)"
+    if grep -q -e '<title>Error!</title>' -e '\[invalid operator' -e '\[undefined macro' \
+        -e '\[invalid parameters to operator' "$BODY"; then
+        fail "$1: the page shows an error"
+        grep -o -e '<h2>.*' -e '\[invalid [^]]*\]' -e '\[undefined macro[^]]*\]' "$BODY" | head -5
+    fi
+}
+
+check_renders /
+links=$(grep -o 'href="[a-z_]*\.html"' "$BODY" | sed 's/href="\(.*\)"/\1/')
+check_equal "the welcome page links the example pages" \
+    "tables.html loops.html form.html text.html sql.html" "$(echo $links)"
+for page in $links; do
+    if [[ $page != sql.html ]]; then check_renders "/$page"; fi
+done
+
+# Form input arrives through the server's query string and comes out escaped.
+e2e_get "/?name=%3CAnn%3E"
+if grep -q 'Hello, &lt;Ann&gt;!' "$BODY"; then echo "ok: greeting escaped"; else fail "greeting escaped"; fi
+
+e2e_finish
