@@ -12,7 +12,7 @@ void register_all_operators()
     // 6 files
     // 7 image sizes
     register_compare_ops();          // 8
-    // 9 macros: register_macro_ops();
+    register_macro_ops();            // 9
     register_match_ops();            // 10
     // 11 mail
     register_sort_ops();             // 12
