@@ -37,11 +37,20 @@ trap 'exit 130' INT TERM
 if [[ -f scripts/mariadb.sh ]]; then
     db=$(sh scripts/mariadb.sh start "$work/mariadb" "$db_port")
 fi
-scripts/apache.sh start "$work/apache" examples/site "$build/tessel" "$port" >/dev/null
+# The server's children run as www-data when started by root: if they cannot read the
+# checkout (a home folder, say), serve a copy, which then needs a restart to pick up edits.
+site=examples/site
+if [[ $(id -u) -eq 0 ]] && ! runuser -u www-data -- test -r "$site/index.html" 2>/dev/null; then
+    cp -R "$site" "$work/site"
+    chmod -R a+rX "$work/site"
+    site=$work/site
+    echo "note: www-data cannot read $root/$site; serving a copy (restart to see edits)"
+fi
+scripts/apache.sh start "$work/apache" "$site" "$build/tessel" "$port" >/dev/null
 # The program's working folder is the server's cgi-bin; its .profile passes the database on.
 if [[ -n $db ]]; then printf 'TESSEL_DB=%s\n' "$db" >"$work/apache/cgi-bin/.profile"; fi
 
-echo "serving $root/examples/site on http://127.0.0.1:$port/"
+echo "serving $site on http://127.0.0.1:$port/"
 if [[ -n $db ]]; then echo "sample database: $db"; fi
 echo "program logs: $work/apache/cgi-bin/error_log, server logs: $work/apache/logs/"
 echo "press Ctrl-C to stop"

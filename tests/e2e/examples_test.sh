@@ -6,8 +6,10 @@
 set -uo pipefail
 source "$(dirname "$0")/lib.sh" "$1"
 
-EXAMPLES=$E2E_ROOT/examples/site
-e2e_start "$EXAMPLES"
+# A copy, so that the server's user can read it wherever the checkout lives.
+cp -R "$E2E_ROOT/examples/site/." "$SITE/"
+chmod -R a+rX "$SITE"
+e2e_start
 
 # Page errors come out in brackets: an unknown operator, an undefined macro, a bad count.
 check_renders() {
