@@ -16,7 +16,7 @@
 
 struct bench_case {
     char *label, *program, *page;
-    double *ms;
+    double* ms;
     long bytes;
 };
 
@@ -27,22 +27,22 @@ static double now_ms(void)
     return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
 }
 
-static void run_child(const struct bench_case *c, int out)
+static void run_child(const struct bench_case* c, int out)
 {
     dup2(out, 1);
     if (c->page) {
-        const char *name = strrchr(c->page, '/');
+        const char* name = strrchr(c->page, '/');
         char uri[4096];
         snprintf(uri, sizeof uri, "/%s", name ? name + 1 : c->page);
         setenv("PATH_TRANSLATED", c->page, 1);
         setenv("REQUEST_URI", uri, 1);
     }
-    execl(c->program, c->program, (char *)0);
+    execl(c->program, c->program, (char*)0);
     _exit(127);
 }
 
 /* One run: returns the elapsed milliseconds and stores the byte count. */
-static double run_once(struct bench_case *c)
+static double run_once(struct bench_case* c)
 {
     static char buffer[1 << 16];
     int fds[2];
@@ -71,20 +71,20 @@ static double run_once(struct bench_case *c)
     return elapsed;
 }
 
-static int by_value(const void *a, const void *b)
+static int by_value(const void* a, const void* b)
 {
-    double x = *(const double *)a, y = *(const double *)b;
+    double x = *(const double*)a, y = *(const double*)b;
     return (x > y) - (x < y);
 }
 
-int main(int argc, char **argv)
+int main(int argc, char** argv)
 {
     if (argc < 3) {
         fprintf(stderr, "usage: runner ROUNDS LABEL=PROGRAM[@PAGE]...\n");
         return 2;
     }
     int rounds = atoi(argv[1]), count = argc - 2;
-    struct bench_case *cases = calloc(count, sizeof *cases);
+    struct bench_case* cases = calloc(count, sizeof *cases);
     for (int i = 0; i < count; i++) {
         char *spec = argv[i + 2], *eq = strchr(spec, '='), *at;
         if (!eq) {
