@@ -29,6 +29,13 @@ check_equal "folder index: status" 200 "$STATUS"
 check_body "folder index: request URI, page file and document root" \
     "/sub/ $SITE/sub/index.html $SITE"$'\n'
 
+# The program runs in the cgi-bin folder, so the deployment's .profile is the one there.
+printf 'GREETING=set by .profile\n' >"$CGI_BIN/.profile"
+printf '^env[GREETING]\n' >"$SITE/profile.html"
+e2e_get /profile.html
+check_body ".profile read from the program's folder" $'set by .profile\n'
+rm "$CGI_BIN/.profile"
+
 e2e_get /plain.txt
 check_body "other files are served as they are" $'a ^^b   c\n'
 
