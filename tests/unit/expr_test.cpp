@@ -66,12 +66,13 @@ TEST(Expr, ArithmeticAndTheTwoLevelPrecedence)
 
 TEST(Expr, PrecedenceGroupsOnlyAgainstThePendingOperator)
 {
-    // "==" is looser than the pending "+": 1+2 is done first, then compared with 3.
+    // Behind a looser pending operator, tighter operators run left to right on one value:
+    // 2+3*4 there is (2+3)*4, not 14.
+    EXPECT_EQ(value_of("20==2+3*4"), 1);
+    EXPECT_EQ(value_of("15<2+3*4"), 1);
+    EXPECT_EQ(value_of("0||1+1*0"), 0);
+    // An operator no tighter than the pending one completes it first.
     EXPECT_EQ(value_of("1+2==3"), 1);
-    // "&&" pending, "+" tighter: 1&&(2+(-2)) would be 0, the tighter level takes one
-    // operand each: (2+-2) is not possible, "2+2" gives 4.
-    EXPECT_EQ(value_of("1&&2+2"), 1);
-    EXPECT_EQ(value_of("0||3-3"), 0);
     EXPECT_EQ(value_of("6/2*3"), 9);
     EXPECT_EQ(value_of("(1+2)*(3+4)"), 21);
     EXPECT_EQ(value_of("((2))"), 2);
