@@ -1,7 +1,6 @@
 #!/bin/sh
 # Starts and stops a private MariaDB server with tessel's sample database.
 #
-#   scripts/mariadb.sh install            installs mariadb-server (apt-get) when mariadbd is missing
 #   scripts/mariadb.sh start DIR [PORT]   makes a fresh data folder in DIR, starts mariadbd on
 #                                         127.0.0.1:PORT (default: a free port) and loads the
 #                                         sample tables; prints the connection string
@@ -11,8 +10,8 @@
 # Everything lives in DIR: data/, the socket, the pid file, the log and "port". The server
 # keeps no file outside DIR and reads no option file. The sample database is "tessel", its
 # user "tessel" with the password "tessel-pw" (and "reader", password "se:cret", who may only
-# read); the tables are stored in KOI8-R, and every
-# connection of that user talks KOI8-R, the code page tessel expects from the database.
+# read). The tables are stored in KOI8-R and every connection of these users talks KOI8-R, the
+# code page tessel expects from the database.
 set -eu
 
 DB_NAME=tessel
@@ -31,17 +30,6 @@ find_program() {
 
 free_port() {
     python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])'
-}
-
-do_install() {
-    if find_program mariadbd mysqld >/dev/null && find_program mariadb-install-db >/dev/null &&
-        [ -e /usr/lib/x86_64-linux-gnu/libmariadb.so.3 -o -n "$(ldconfig -p | grep libmariadb.so.3)" ]; then
-        return 0
-    fi
-    echo "mariadb.sh: installing mariadb-server and libmariadb3" >&2
-    sudo_cmd=""
-    [ "$(id -u)" = 0 ] || sudo_cmd=sudo
-    $sudo_cmd env DEBIAN_FRONTEND=noninteractive apt-get install -y mariadb-server libmariadb3 >&2
 }
 
 # The sample tables: people (with NULLs), notes (with tabs), towns (KOI8-R text), stock (for
@@ -72,7 +60,7 @@ EOF
 do_start() {
     dir=$1
     port=${2:-}
-    mariadbd=$(find_program mariadbd mysqld) || die "mariadbd not found: install mariadb-server (scripts/mariadb.sh install)"
+    mariadbd=$(find_program mariadbd mysqld) || die "mariadbd not found: install mariadb-server"
     install_db=$(find_program mariadb-install-db mysql_install_db) || die "mariadb-install-db not found: install mariadb-server"
     client=$(find_program mariadb mysql) || die "the mariadb client program is missing: install mariadb-client"
     mkdir -p "$dir"
@@ -91,11 +79,12 @@ do_start() {
         --character-set-server=koi8r --collation-server=koi8r_general_ci \
         --skip-log-bin --skip-name-resolve --innodb-buffer-pool-size=16M --innodb-log-file-size=8M --max-connections=50 \
         --init-connect='SET NAMES koi8r' >/dev/null 2>&1 &
+    server_pid=$!
 
     i=0
     until "$client" --no-defaults --socket="$dir/mariadbd.sock" -uroot -e 'SELECT 1' >/dev/null 2>&1; do
         i=$((i + 1))
-        if [ $i -gt 300 ]; then
+        if [ $i -gt 300 ] || ! kill -0 "$server_pid" 2>/dev/null; then
             cat "$dir/mariadbd.log" >&2 2>/dev/null || true
             die "mariadbd did not come up"
         fi
@@ -140,9 +129,8 @@ do_url() {
 }
 
 case "${1:-}" in
-install) do_install ;;
 start) [ $# -ge 2 ] || die "usage: mariadb.sh start DIR [PORT]"; do_start "$2" "${3:-}" ;;
 stop) [ $# -ge 2 ] || die "usage: mariadb.sh stop DIR"; do_stop "$2" ;;
 url) [ $# -ge 2 ] || die "usage: mariadb.sh url DIR"; do_url "$2" ;;
-*) die "usage: mariadb.sh install | start DIR [PORT] | stop DIR | url DIR" ;;
+*) die "usage: mariadb.sh start DIR [PORT] | stop DIR | url DIR" ;;
 esac
