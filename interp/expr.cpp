@@ -62,6 +62,9 @@ constexpr function_word FUNCTIONS[] = {
 
 constexpr int NAME_BUFFER = 128;
 
+// The size of the buffer a formatted number is made in; longer results are cut.
+constexpr int FORMAT_BUFFER = 1024;
+
 // Deeper nesting of groups and prefix operators is refused as a syntax error rather than
 // running out of stack.
 constexpr int MAX_NESTING = 5000;
@@ -441,10 +444,20 @@ enum class number_kind { floating, signed_int, unsigned_int };
 // One conversion of a format: its text span and a rebuilt specification without length
 // modifiers.
 struct conversion {
-    size_t length = 0;   // bytes of the format it spans
-    std::string spec;    // "%" flags width precision and the conversion letter
-    char letter = '\0';  // NUL when the format ends inside the conversion
+    size_t length = 0;    // bytes of the format it spans
+    std::string spec;     // "%" flags width precision and the conversion letter
+    char letter = '\0';   // NUL when the format ends inside the conversion
+    bool oversized = false;  // a width or precision beyond what the result can hold
 };
+
+// Moves past a run of digits; a number above the result buffer marks the conversion.
+void skip_field_width(const char*& q, conversion& c)
+{
+    long n = 0;
+    for (; is_digit(*q); q++)
+        n = n > FORMAT_BUFFER ? n : n * 10 + (*q - '0');
+    c.oversized = c.oversized || n > FORMAT_BUFFER;
+}
 
 conversion read_conversion(const char* p)
 {
@@ -452,11 +465,9 @@ conversion read_conversion(const char* p)
     const char* q = p + 1;
     while (*q && strchr("-+ #0'", *q))
         q++;
-    while (is_digit(*q))
-        q++;
+    skip_field_width(q, c);
     if (*q == '.')
-        for (q++; is_digit(*q); q++) {
-        }
+        skip_field_width(++q, c);
     c.spec.assign(p, q - p);
     while (*q && strchr("hlLqjzt", *q))
         q++;
@@ -472,7 +483,9 @@ conversion read_conversion(const char* p)
 // Formats the value through one conversion; false when the conversion cannot take a number.
 bool format_conversion(const conversion& c, double value, number_kind kind, std::string& out)
 {
-    char piece[1024];
+    char piece[FORMAT_BUFFER];
+    if (c.oversized)
+        return false;
     bool integer = kind != number_kind::floating;
     uint32_t low_bits = (uint32_t)to_int64(value);
     int whole = kind == number_kind::unsigned_int ? (int)low_bits : expr_to_int(value);
@@ -488,7 +501,7 @@ bool format_conversion(const conversion& c, double value, number_kind kind, std:
     } else {
         return false;
     }
-    out += piece;
+    out += piece;  // snprintf has terminated it, also when it cut the text
     return true;
 }
 
@@ -581,7 +594,7 @@ char* format_number(double value, const char* format)
         used = true;
         p += c.length;
     }
-    if (out.size() > 1023)
-        out.resize(1023);
+    if (out.size() >= FORMAT_BUFFER)
+        out.resize(FORMAT_BUFFER - 1);
     return str_dup(out.c_str());
 }

@@ -293,7 +293,10 @@ TEST(Expr, FormatNumberNeverPassesANumberToATextConversion)
     EXPECT_EQ(own(format_number(1, "%*d")), "%*d");
     EXPECT_EQ(own(format_number(1, "%")), "%");
     EXPECT_EQ(own(format_number(1, "abc")), "abc");
-    EXPECT_EQ(own(format_number(1, "%2000d")).size(), 1023u);
+    EXPECT_EQ(own(format_number(1, "%1000d")).size(), 1000u);
+    EXPECT_EQ(own(format_number(1e300, "%.1000f")).size(), 1023u);
+    EXPECT_EQ(own(format_number(1, "%2000d")), "%2000d");  // wider than the result can be
+    EXPECT_EQ(own(format_number(1, "%.99999999999f")), "%.99999999999f");
 }
 
 }  // namespace
