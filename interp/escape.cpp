@@ -20,11 +20,21 @@ void escape_byte(str_builder& out, char c, int mode)
     unsigned char u = (unsigned char)c;
     if (mode == ESCAPE_MODE_HTML) {
         switch (c) {
-        case '\t': out.append(' '); return;
-        case '"': out.append("&quot;"); return;
-        case '<': out.append("&lt;"); return;
-        case '>': out.append("&gt;"); return;
-        default: out.append(c); return;
+        case '\t':
+            out.append(' ');
+            return;
+        case '"':
+            out.append("&quot;");
+            return;
+        case '<':
+            out.append("&lt;");
+            return;
+        case '>':
+            out.append("&gt;");
+            return;
+        default:
+            out.append(c);
+            return;
         }
     }
     if (c == '\t' && mode == ESCAPE_MODE_SQL) {
@@ -61,7 +71,7 @@ int hex_digit(char c)
     return at ? (int)(at - digits) : 0;
 }
 
-}  // namespace
+} // namespace
 
 int escape_mode_set(int mode)
 {
@@ -99,7 +109,7 @@ char* escape_apply(char* text, bool tab_fix)
     }
     if (tab_fix) {
         if (result == text)
-            result = str_dup(text);  // the fix never changes the caller's text
+            result = str_dup(text); // the fix never changes the caller's text
         str_replace_char(result, PARKED_TAB, '\t');
     }
     return result;

@@ -7,11 +7,11 @@
 
 // ---- modes ------------------------------------------------------------------------------
 
-constexpr int ESCAPE_MODE_NONE = 1;        // "none": unchanged
-constexpr int ESCAPE_MODE_CONFIG = 2;      // "config": tabs and newlines become blanks
-constexpr int ESCAPE_MODE_HTML = 3;        // "html": tab to blank, quote and angle brackets
-constexpr int ESCAPE_MODE_SQL = 4;         // "sql": backslash escapes, tab parked as byte 7
-constexpr int ESCAPE_MODE_JAVASCRIPT = 5;  // "javascript": backslash escapes, bytes 209, 255
+constexpr int ESCAPE_MODE_NONE = 1;       // "none": unchanged
+constexpr int ESCAPE_MODE_CONFIG = 2;     // "config": tabs and newlines become blanks
+constexpr int ESCAPE_MODE_HTML = 3;       // "html": tab to blank, quote and angle brackets
+constexpr int ESCAPE_MODE_SQL = 4;        // "sql": backslash escapes, tab parked as byte 7
+constexpr int ESCAPE_MODE_JAVASCRIPT = 5; // "javascript": backslash escapes, bytes 209, 255
 
 // Returns the current mode and, unless mode is 0, makes mode current.
 int escape_mode_set(int mode);
@@ -30,6 +30,7 @@ public:
     ~escape_mode_scope() { escape_mode_restore(saved_); }
     escape_mode_scope(const escape_mode_scope&) = delete;
     escape_mode_scope& operator=(const escape_mode_scope&) = delete;
+
 private:
     int saved_;
 };

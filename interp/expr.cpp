@@ -75,8 +75,8 @@ struct evaluation {
     double acc = 0;
     double cur = 0;
     int pending = OP_NONE;
-    bool have_value = false;    // an operand stands and an operator may follow
-    bool seen_operand = false;  // an operand has been read at all in this call
+    bool have_value = false;   // an operand stands and an operator may follow
+    bool seen_operand = false; // an operand has been read at all in this call
     bool acc_set = false;
 };
 
@@ -142,6 +142,7 @@ bool is_prefix_operator(int op)
 // Binding strength; no pending operator ranks above every operator.
 int precedence(int op)
 {
+    // clang-format off
     switch (op) {
     case OP_NONE: return 11;
     case '*': case '/': case '%': return 9;
@@ -154,6 +155,7 @@ int precedence(int op)
     case OP_OR: return 2;
     default: return 1;
     }
+    // clang-format on
 }
 
 // ---- numbers ----------------------------------------------------------------------------
@@ -205,7 +207,7 @@ bool read_number(const char* p, double& value, const char*& end)
     size_t len = decimal_length(p);
     if (len == 0)
         return false;
-    str_holder copy(str_dup_n(p, len));  // strtod alone would also take "inf" and hex forms
+    str_holder copy(str_dup_n(p, len)); // strtod alone would also take "inf" and hex forms
     value = strtod(copy.get(), nullptr);
     end = p + len;
     return true;
@@ -299,6 +301,7 @@ void name_operand(const char*& p, double& cur)
 double apply(double a, int op, double b)
 {
     int x = expr_to_int(a), y = expr_to_int(b);
+    // clang-format off
     switch (op) {
     case '+': return a + b;
     case '-': return a - b;
@@ -320,10 +323,12 @@ double apply(double a, int op, double b)
     case OP_NE: return a != b;
     default: return b;
     }
+    // clang-format on
 }
 
 double apply_prefix(int op, double x)
 {
+    // clang-format off
     switch (op) {
     case '!': return expr_to_int(x) == 0;
     case '~': return (uint32_t)~expr_to_int(x);
@@ -334,6 +339,7 @@ double apply_prefix(int op, double x)
     case FN_SIGN: return x > 0 ? 1 : x < 0 ? -1 : 0;
     default: return 0;  // sqrt is accepted and computes nothing
     }
+    // clang-format on
 }
 
 // ---- the loop's steps: each returns false when the evaluation stops on an error ----------
@@ -349,7 +355,7 @@ bool step_group(const char*& p, evaluation& s)
     if (expr_status != EXPR_OK)
         return false;
     if (*p)
-        p++;  // the ")"; a "(" that ends the text has none
+        p++; // the ")"; a "(" that ends the text has none
     s.have_value = s.seen_operand = true;
     return true;
 }
@@ -359,7 +365,7 @@ bool step_prefix(const char*& p, evaluation& s, int op)
     double x = evaluate(p, EXPR_OPERAND);
     if (expr_status != EXPR_OK)
         return false;
-    s.cur = apply_prefix(op, x);  // replaces a value standing before it
+    s.cur = apply_prefix(op, x); // replaces a value standing before it
     s.have_value = s.seen_operand = true;
     return true;
 }
@@ -405,7 +411,7 @@ bool step_operand_or_operator(const char*& p, evaluation& s)
     if (op != OP_NONE)
         return is_prefix_operator(op) ? step_prefix(p, s, op) : step_binary(p, s, op);
     if (!isalpha((unsigned char)*p) && *p != '_' && *p != ':')
-        return false;  // the failed operator read left "Syntax error"
+        return false; // the failed operator read left "Syntax error"
     name_operand(p, s.cur);
     if (expr_status != EXPR_OK)
         return false;
@@ -431,7 +437,7 @@ double run_loop(const char*& p, int mode)
             return 0;
     }
     if (s.pending != OP_NONE && !s.have_value) {
-        expr_status = EXPR_SYNTAX_ERROR;  // a trailing operator
+        expr_status = EXPR_SYNTAX_ERROR; // a trailing operator
         return 0;
     }
     return apply(s.acc, s.pending, s.cur);
@@ -444,10 +450,10 @@ enum class number_kind { floating, signed_int, unsigned_int };
 // One conversion of a format: its text span and a rebuilt specification without length
 // modifiers.
 struct conversion {
-    size_t length = 0;    // bytes of the format it spans
-    std::string spec;     // "%" flags width precision and the conversion letter
-    char letter = '\0';   // NUL when the format ends inside the conversion
-    bool oversized = false;  // a width or precision beyond what the result can hold
+    size_t length = 0;      // bytes of the format it spans
+    std::string spec;       // "%" flags width precision and the conversion letter
+    char letter = '\0';     // NUL when the format ends inside the conversion
+    bool oversized = false; // a width or precision beyond what the result can hold
 };
 
 // Moves past a run of digits; a number above the result buffer marks the conversion.
@@ -490,7 +496,7 @@ bool format_conversion(const conversion& c, double value, number_kind kind, std:
     uint32_t low_bits = (uint32_t)to_int64(value);
     int whole = kind == number_kind::unsigned_int ? (int)low_bits : expr_to_int(value);
     if (c.letter && strchr("fFeEgGaA", c.letter)) {
-        double shown = kind == number_kind::floating                ? value
+        double shown = kind == number_kind::floating       ? value
                        : kind == number_kind::unsigned_int ? (double)low_bits
                                                            : (double)whole;
         snprintf(piece, sizeof piece, c.spec.c_str(), shown);
@@ -501,7 +507,7 @@ bool format_conversion(const conversion& c, double value, number_kind kind, std:
     } else {
         return false;
     }
-    out += piece;  // snprintf has terminated it, also when it cut the text
+    out += piece; // snprintf has terminated it, also when it cut the text
     return true;
 }
 
@@ -512,7 +518,7 @@ number_kind format_kind(const char* format)
     return strpbrk(format, "ouxX") ? number_kind::unsigned_int : number_kind::signed_int;
 }
 
-}  // namespace
+} // namespace
 
 // ---- interface ------------------------------------------------------------------------
 

@@ -1,9 +1,10 @@
 // The arithmetic expression evaluator behind `eval`, `if`, `while`, `for` and `var`.
 //
 // An expression is a short infix text such as "a+2*(b-1)" read into a double. Operands are
-// numbers, variables of the variable store and table items ("t::col", "::col", "col"). The
-// caller strips every white-space character first: the evaluator never skips blanks. A null
-// string reads as empty text.
+// numbers, variables of the variable store and table items ("t::col", "::col", "col"); a
+// name of 128 characters or more is refused as "Bad variable or table item name". The caller
+// strips every white-space character first: the evaluator never skips blanks. A null string
+// reads as empty text.
 //
 // Precedence deliberately keeps only two levels at once (the pending operator and one tighter
 // level), function names are matched as prefixes ("absent" is abs of "ent"), sqrt yields 0,
@@ -29,9 +30,9 @@ const char* expr_status_text(int status);
 
 // ---- evaluation -------------------------------------------------------------------------
 
-constexpr int EXPR_WHOLE = 0;    // the whole text; resets the status
-constexpr int EXPR_GROUP = 1;    // up to ")" (not consumed); the end of text is "Missing ')'"
-constexpr int EXPR_OPERAND = 2;  // exactly one operand
+constexpr int EXPR_WHOLE = 0;   // the whole text; resets the status
+constexpr int EXPR_GROUP = 1;   // up to ")" (not consumed); the end of text is "Missing ')'"
+constexpr int EXPR_OPERAND = 2; // exactly one operand
 
 // Evaluates from position, which is moved to where reading stopped (on an error, to where
 // the error was found). On a non-zero expr_status the result is 0 and meaningless. Callers

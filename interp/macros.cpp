@@ -48,6 +48,7 @@ public:
     }
     per_file_macros(const per_file_macros&) = delete;
     per_file_macros& operator=(const per_file_macros&) = delete;
+
 private:
     char* autoexec_;
     char* main_;
@@ -60,6 +61,7 @@ public:
     ~autoexec_flag() { req.autoexec_running = saved_; }
     autoexec_flag(const autoexec_flag&) = delete;
     autoexec_flag& operator=(const autoexec_flag&) = delete;
+
 private:
     int saved_;
 };
@@ -104,9 +106,9 @@ int define_headers(char* header)
     while (header) {
         char* body = str_cut_at(header, '\n');
         if (!body)
-            break;  // a header on the last line has no body
+            break; // a header on the last line has no body
         if (*body == '@') {
-            header = body;  // an empty body: the first header is dropped
+            header = body; // an empty body: the first header is dropped
             continue;
         }
         char* next = cut_body(body);
@@ -179,7 +181,7 @@ void use_file(char* path, str_builder& output)
     define_macro_file(file.c_str(), &output);
 }
 
-}  // namespace
+} // namespace
 
 // ---- start-up and pages -------------------------------------------------------------------
 
@@ -254,7 +256,7 @@ char* macro_rewrite_params(const char* body, const char* params)
         }
         out.append(*p++);
         if (*p == '$') {
-            out.append(*p++);  // "$$" stays for the call to make "$"
+            out.append(*p++); // "$$" stays for the call to make "$"
             continue;
         }
         if (is_digit(*p))

@@ -55,10 +55,14 @@ char* control_branch(int count, char** params, int i)
 int control_int_op(char op, int a, int b)
 {
     switch (op) {
-    case '+': return (int)((uint32_t)a + (uint32_t)b);
-    case '-': return (int)((uint32_t)a - (uint32_t)b);
-    case '*': return (int)((uint32_t)a * (uint32_t)b);
-    default: return a / b;
+    case '+':
+        return (int)((uint32_t)a + (uint32_t)b);
+    case '-':
+        return (int)((uint32_t)a - (uint32_t)b);
+    case '*':
+        return (int)((uint32_t)a * (uint32_t)b);
+    default:
+        return a / b;
     }
 }
 
@@ -86,6 +90,7 @@ public:
     loop_variable(const loop_variable&) = delete;
     loop_variable& operator=(const loop_variable&) = delete;
     void set(int value) { control_variables().set(name_, fmt_int(value)); }
+
 private:
     const char* name_;
     char* saved_;
@@ -101,7 +106,7 @@ char* op_var(int count, char** params)
     }
     sorted_map& vars = control_variables();
     if (count <= 1) {
-        params[0] = expand_in_place(params[0]);  // the name is expanded a second time
+        params[0] = expand_in_place(params[0]); // the name is expanded a second time
         char* copy = str_dup(vars.get(params[0]));
         char* escaped = escape_apply(copy, false);
         if (escaped != copy)
@@ -131,7 +136,7 @@ char* op_if(int count, char** params)
     if (error)
         return error;
     if (count <= 3)
-        return control_branch(count, params, value == 0 ? 2 : 1);  // NaN is true
+        return control_branch(count, params, value == 0 ? 2 : 1); // NaN is true
     if (count == 4)
         return control_branch(count, params, value < 0 ? 1 : value == 0 ? 2 : 3);
     return page_error("[if: wrong param count]");
@@ -177,7 +182,7 @@ char* op_for(int count, char** params)
     loop_variable variable(name);
     const char* body = param_text(count, params, 3);
     str_builder result;
-    bool have_result = false;  // an earlier body produced text
+    bool have_result = false; // an earlier body produced text
     for (int64_t i = expr_to_int(from); i <= expr_to_int(to); i++) {
         variable.set((int)i);
         if (have_result)
@@ -191,6 +196,7 @@ char* op_for(int count, char** params)
     return result.take(true);
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name    handler    params  flags
     {"var",    op_var,    0,      RAW_PARAMS},
@@ -199,8 +205,9 @@ constexpr op_row rows[] = {
     {"while",  op_while,  2,      RAW_PARAMS},
     {"for",    op_for,    0,      RAW_PARAMS},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
 void register_control_ops()
 {

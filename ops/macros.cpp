@@ -1,6 +1,6 @@
 // The macro family: `macro`, `macro_new`, `macro_use` and `macro_exists`.
-#include "core/str.h"
 #include "interp/macros.h"
+#include "core/str.h"
 #include "interp/registry.h"
 #include "ops/ops.h"
 
@@ -30,6 +30,7 @@ char* op_macro_exists(int, char** params)
     return macro_body(params[0]) ? str_dup("yes") : nullptr;
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name          handler          params  flags
     {"macro",        op_macro,        0,      RAW_PARAMS},
@@ -37,7 +38,11 @@ constexpr op_row rows[] = {
     {"macro_use",    op_macro_use,    1,      0},
     {"macro_exists", op_macro_exists, 1,      0},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
-void register_macro_ops() { register_rows(rows); }
+void register_macro_ops()
+{
+    register_rows(rows);
+}

@@ -40,10 +40,15 @@ TEST(Escape, ModesByNumber)
 
 TEST(Escape, SqlParksTabsUntilTheTabFix)
 {
-    EXPECT_EQ(escaped(ESCAPE_MODE_SQL, "a\tb"), "a\x07" "b");
+    EXPECT_EQ(escaped(ESCAPE_MODE_SQL, "a\tb"), "a\x07"
+                                                "b");
     EXPECT_EQ(escaped(ESCAPE_MODE_SQL, "a\tb'", true), "a\tb\\'");
     // Bytes 7 already in the text come out as tabs too, in every mode.
-    EXPECT_EQ(escaped(ESCAPE_MODE_NONE, "a\x07" "b", true), "a\tb");
+    EXPECT_EQ(escaped(ESCAPE_MODE_NONE,
+                      "a\x07"
+                      "b",
+                      true),
+              "a\tb");
     EXPECT_EQ(escaped(ESCAPE_MODE_CONFIG, "a\tb", true), "a b");
 }
 
@@ -68,7 +73,7 @@ TEST(Escape, NullTextAndUnknownModeGiveNull)
 TEST(Escape, ModeSelection)
 {
     int start = escape_mode_set(ESCAPE_MODE_HTML);
-    EXPECT_EQ(escape_mode_set(0), ESCAPE_MODE_HTML);  // 0 only reads
+    EXPECT_EQ(escape_mode_set(0), ESCAPE_MODE_HTML); // 0 only reads
     EXPECT_EQ(escape_mode_by_name("sql"), ESCAPE_MODE_HTML);
     EXPECT_EQ(req.escape_mode, ESCAPE_MODE_SQL);
     escape_mode_by_name("HTML");
@@ -118,4 +123,4 @@ TEST(Escape, NeedsUrlEscape)
     EXPECT_TRUE(needs_url_escape(0x7f));
 }
 
-}  // namespace
+} // namespace

@@ -1,7 +1,7 @@
 // The expression evaluator: documented results, its deliberate oddities, operands from
 // variables and tables, error positions, and number formatting.
-#include <gtest/gtest.h>
 #include <cmath>
+#include <gtest/gtest.h>
 #include <string>
 
 #include "cgi/request.h"
@@ -59,7 +59,7 @@ TEST(Expr, ArithmeticAndTheTwoLevelPrecedence)
     EXPECT_EQ(value_of("1+2*3*4"), 25);
     EXPECT_EQ(value_of("2*3+4*5"), 26);
     EXPECT_EQ(value_of("1-2-3"), -4);
-    EXPECT_EQ(value_of("1<2+3*4"), 1);  // right side is (2+3)*4
+    EXPECT_EQ(value_of("1<2+3*4"), 1); // right side is (2+3)*4
     EXPECT_EQ(value_of("2+3*4<1"), 0);
     EXPECT_EQ(value_of("10-2*3"), 4);
 }
@@ -84,7 +84,7 @@ TEST(Expr, NumbersAndSigns)
     EXPECT_EQ(value_of("0x1F"), 31);
     EXPECT_EQ(value_of("017"), 15);
     EXPECT_EQ(value_of("1.5e2"), 150);
-    EXPECT_EQ(status_of("2e"), EXPR_BAD_NAME);  // "2" then the name "e": no variable, no table
+    EXPECT_EQ(status_of("2e"), EXPR_BAD_NAME); // "2" then the name "e": no variable, no table
     EXPECT_EQ(value_of("-3*2"), -6);
     EXPECT_EQ(value_of("1+2*-3"), -5);
     EXPECT_EQ(value_of("1*(-2)"), -2);
@@ -106,7 +106,7 @@ TEST(Expr, DivisionRemainderAndBitOperators)
     EXPECT_EQ(value_of("2||0"), 1);
     EXPECT_EQ(value_of("6&3"), 2);
     EXPECT_EQ(value_of("6|3"), 7);
-    EXPECT_EQ(value_of("6^3"), 5);  // exclusive or, not a power
+    EXPECT_EQ(value_of("6^3"), 5); // exclusive or, not a power
     EXPECT_EQ(value_of("1<<33"), 2);
     EXPECT_EQ(value_of("1<<31"), -2147483648.0);
     EXPECT_EQ(value_of("-8>>1"), -4);
@@ -120,7 +120,7 @@ TEST(Expr, PrefixOperatorsAndFunctions)
 {
     EXPECT_EQ(value_of("!(0.5)"), 1);
     EXPECT_EQ(value_of("!.5"), 1);
-    EXPECT_EQ(value_of("!0.5"), 0.5);  // "!" takes the operand "0", then ".5" replaces the 1
+    EXPECT_EQ(value_of("!0.5"), 0.5); // "!" takes the operand "0", then ".5" replaces the 1
     EXPECT_EQ(value_of("!3"), 0);
     EXPECT_EQ(value_of("~0"), 4294967295.0);
     EXPECT_EQ(value_of("~-1"), 0);
@@ -142,7 +142,7 @@ TEST(Expr, FunctionWordsArePrefixes)
     vars.set("ent", "-5");
     vars.set("absent", "100");
     vars.set("al", "-2");
-    EXPECT_EQ(value_of("absent"), 5);  // abs applied to "ent"
+    EXPECT_EQ(value_of("absent"), 5); // abs applied to "ent"
     EXPECT_EQ(value_of("signal"), -1);
     vars.remove("ent");
     vars.remove("absent");
@@ -203,7 +203,7 @@ TEST(Expr, VariablesAsOperands)
     EXPECT_EQ(value_of("n"), 12);
     EXPECT_EQ(value_of("o"), 8);
     EXPECT_EQ(value_of("h"), 16);
-    EXPECT_EQ(value_of("f"), 0);  // a value starting with "0" is an integer
+    EXPECT_EQ(value_of("f"), 0); // a value starting with "0" is an integer
     outcome o = eval("a=1");
     EXPECT_EQ(o.status, EXPR_SYNTAX_ERROR);
     EXPECT_EQ(o.rest, "=1");
@@ -221,22 +221,22 @@ TEST(Expr, TableItemsAsOperands)
     bool own_tables = !req.tables;
     if (own_tables)
         req.tables = new table_array;
-    EXPECT_EQ(status_of("nosuch"), EXPR_BAD_NAME);  // no current table
+    EXPECT_EQ(status_of("nosuch"), EXPR_BAD_NAME); // no current table
     req.tables->set_current_name("t");
     req.tables->store(new table_named(str_dup("price\tqty\tword\n2.5\t4\tabc\n")));
     req.tables->set_current_name("other");
     req.tables->store(new table(str_dup("9\t8\n")));
     EXPECT_EQ(value_of("t::price*t::qty"), 10);
-    EXPECT_EQ(value_of("::1+1"), 9);  // plain table: column by number
-    EXPECT_EQ(value_of("anything"), 9);  // non-numeric name selects column 0
+    EXPECT_EQ(value_of("::1+1"), 9);    // plain table: column by number
+    EXPECT_EQ(value_of("anything"), 9); // non-numeric name selects column 0
     EXPECT_EQ(status_of("t::word"), EXPR_STRING_VALUE);
-    EXPECT_EQ(status_of("t::nosuch"), EXPR_STRING_VALUE);  // "[invalid item name nosuch]"
+    EXPECT_EQ(status_of("t::nosuch"), EXPR_STRING_VALUE); // "[invalid item name nosuch]"
     EXPECT_EQ(status_of("missing::price"), EXPR_BAD_NAME);
-    EXPECT_EQ(status_of("::7"), EXPR_SYNTAX_ERROR);  // the table has no cell 7
+    EXPECT_EQ(status_of("::7"), EXPR_SYNTAX_ERROR); // the table has no cell 7
     req.tables->set_current_name("t");
     EXPECT_EQ(value_of("price"), 2.5);
     req.tables->get_current()->set_current(5);
-    EXPECT_EQ(status_of("price"), EXPR_SYNTAX_ERROR);  // no current row: no text
+    EXPECT_EQ(status_of("price"), EXPR_SYNTAX_ERROR); // no current row: no text
     if (own_tables) {
         delete req.tables;
         req.tables = nullptr;
@@ -272,7 +272,7 @@ TEST(Expr, FormatNumberPaths)
     EXPECT_EQ(own(format_number(-7.9, nullptr)), "-7");
     EXPECT_EQ(own(format_number(14, "%.2f")), "14.00");
     EXPECT_EQ(own(format_number(3.14159, "v=%.3f!")), "v=3.142!");
-    EXPECT_EQ(own(format_number(3.14159, "pi=%.3f!")), "pi=3.000!");  // the "i" of "pi"
+    EXPECT_EQ(own(format_number(3.14159, "pi=%.3f!")), "pi=3.000!"); // the "i" of "pi"
     EXPECT_EQ(own(format_number(1.5, "%g")), "1.5");
     // Any "o", "u", "x" or "X" in the text makes the value an unsigned integer.
     EXPECT_EQ(own(format_number(14.7, "Total: %.2f")), "Total: 14.00");
@@ -295,8 +295,8 @@ TEST(Expr, FormatNumberNeverPassesANumberToATextConversion)
     EXPECT_EQ(own(format_number(1, "abc")), "abc");
     EXPECT_EQ(own(format_number(1, "%1000d")).size(), 1000u);
     EXPECT_EQ(own(format_number(1e300, "%.1000f")).size(), 1023u);
-    EXPECT_EQ(own(format_number(1, "%2000d")), "%2000d");  // wider than the result can be
+    EXPECT_EQ(own(format_number(1, "%2000d")), "%2000d"); // wider than the result can be
     EXPECT_EQ(own(format_number(1, "%.99999999999f")), "%.99999999999f");
 }
 
-}  // namespace
+} // namespace

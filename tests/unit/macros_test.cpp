@@ -48,8 +48,8 @@ std::string call(std::initializer_list<const char*> params)
 
 TEST(Macros, FileWithSeveralDefinitions)
 {
-    EXPECT_EQ(define("ignored\n# not a comment here\n@hello\nHi $1!\n@x\ny\n@greet[name]\nHi $name"),
-              3);
+    EXPECT_EQ(
+        define("ignored\n# not a comment here\n@hello\nHi $1!\n@x\ny\n@greet[name]\nHi $name"), 3);
     EXPECT_EQ(body("hello"), "Hi $1!");
     EXPECT_EQ(body("x"), "y");
     EXPECT_EQ(body("greet"), "Hi $1");
@@ -62,9 +62,9 @@ TEST(Macros, FileWithSeveralDefinitions)
 TEST(Macros, BodyBoundaries)
 {
     EXPECT_EQ(define("@last1\nA\n\n\n@last2\nB\n"), 2);
-    EXPECT_EQ(body("last1"), "A\n");  // only one blank line before a header is dropped
-    EXPECT_EQ(body("last2"), "B\n");  // the last body keeps its final newline
-    EXPECT_EQ(define("@bare1\n@bare2\nx"), 1);  // an empty body defines nothing
+    EXPECT_EQ(body("last1"), "A\n");           // only one blank line before a header is dropped
+    EXPECT_EQ(body("last2"), "B\n");           // the last body keeps its final newline
+    EXPECT_EQ(define("@bare1\n@bare2\nx"), 1); // an empty body defines nothing
     EXPECT_EQ(body("bare1"), "(null)");
     EXPECT_EQ(define("@bare3\n"), 0);
     EXPECT_EQ(define("@bare4"), 0);
@@ -84,10 +84,10 @@ TEST(Macros, NamedParametersRewritten)
 {
     EXPECT_EQ(own(macro_rewrite_params("Hi $name", "name")), "Hi $1");
     EXPECT_EQ(own(macro_rewrite_params("$user@$host", "host;user")), "$2@$1");
-    EXPECT_EQ(own(macro_rewrite_params("$ab", "a;ab")), "$1b");  // first prefix match wins
+    EXPECT_EQ(own(macro_rewrite_params("$ab", "a;ab")), "$1b"); // first prefix match wins
     EXPECT_EQ(own(macro_rewrite_params("$$x $1 $zz", "x")),
               "$$x $1 $[macro param name not found]zz");
-    EXPECT_EQ(own(macro_rewrite_params("$foo $a", "a;")), "$2foo $1");  // empty name fits all
+    EXPECT_EQ(own(macro_rewrite_params("$foo $a", "a;")), "$2foo $1"); // empty name fits all
     EXPECT_EQ(own(macro_rewrite_params("end $", "a")), "end $[macro param name not found]");
     EXPECT_EQ(own(macro_rewrite_params("$x", nullptr)), "$x");
     EXPECT_EQ(own(macro_rewrite_params("$x", "")), "$x");
@@ -99,10 +99,10 @@ TEST(Macros, ArgumentsSubstituted)
     char* params[13] = {(char*)"m", (char*)"A", (char*)"B"};
     EXPECT_EQ(own(macro_substitute("$0$5|$1|$$1|$2x|$|$x", 3, params)), "|A|$1|Bx|$|$x");
     char* dollar[2] = {(char*)"m", (char*)"$1$$"};
-    EXPECT_EQ(own(macro_substitute("<$1>", 2, dollar)), "<$1$$>");  // inserted text not rescanned
-    char* many[13] = {(char*)"m", (char*)"1", (char*)"2", (char*)"3", (char*)"4", (char*)"5",
-                      (char*)"6", (char*)"7", (char*)"8", (char*)"9", (char*)"ten", nullptr,
-                      (char*)"twelve"};
+    EXPECT_EQ(own(macro_substitute("<$1>", 2, dollar)), "<$1$$>"); // inserted text not rescanned
+    char* many[13] = {(char*)"m",   (char*)"1", (char*)"2",     (char*)"3", (char*)"4",
+                      (char*)"5",   (char*)"6", (char*)"7",     (char*)"8", (char*)"9",
+                      (char*)"ten", nullptr,    (char*)"twelve"};
     EXPECT_EQ(own(macro_substitute("$10 $11 $123 $01", 13, many)), "ten  twelve3 1");
     EXPECT_EQ(own(macro_substitute("$3", 3, params)), "(null)");
     EXPECT_EQ(own(macro_substitute(nullptr, 1, params)), "(null)");
@@ -115,7 +115,7 @@ TEST(Macros, CallExpandsTheSubstitutedBody)
     // The argument is evaluated once for each reference, where it stands.
     EXPECT_EQ(call({"plain", "^var[calls;+;1]^var[calls]"}), "23");
     EXPECT_EQ(call({"nosuch"}), "[undefined macro nosuch]");
-    EXPECT_EQ(call({"^var[pick;plain]^var[pick]", "a"}), "aa");  // the name is expanded
+    EXPECT_EQ(call({"^var[pick;plain]^var[pick]", "a"}), "aa"); // the name is expanded
 }
 
 TEST(Macros, AutoexecAndMainArePerFile)
@@ -140,4 +140,4 @@ TEST(Macros, AutoexecAndMainArePerFile)
     req.macros->remove("autoexec");
 }
 
-}  // namespace
+} // namespace

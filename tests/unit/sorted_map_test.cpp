@@ -1,7 +1,7 @@
 // The sorted string map: order, replacement, removal, null keys and values.
 #include <gtest/gtest.h>
-#include <random>
 #include <map>
+#include <random>
 #include <string>
 
 #include "core/sorted_map.h"
@@ -25,7 +25,7 @@ TEST(SortedMap, KeepsKeysInByteOrder)
     m.set("c", "3");
     m.set("a", "x");
     m.set("ab", "4");
-    m.set("B", "5");  // upper case sorts before lower case
+    m.set("B", "5"); // upper case sorts before lower case
     EXPECT_EQ(keys_of(m), "B,a,ab,b,c,");
     EXPECT_STREQ(m.get("a"), "x");
     EXPECT_EQ(m.get("A"), nullptr);
@@ -45,7 +45,7 @@ TEST(SortedMap, NullValueRemovesAndEmptyMapHoldsNothing)
     EXPECT_EQ(m.get("k"), nullptr);
     m.remove("absent");
     m.set("e", "");
-    ASSERT_NE(m.get("e"), nullptr);  // an empty text is a value, not a removal
+    ASSERT_NE(m.get("e"), nullptr); // an empty text is a value, not a removal
     EXPECT_STREQ(m.get("e"), "");
     m.remove("e");
     EXPECT_EQ(m.count(), 0);
@@ -74,7 +74,7 @@ TEST(SortedMap, SetTakeKeepsThePointerAndCopiesAreIndependent)
     key[0] = 'z';
     value[0] = 'w';
     EXPECT_STREQ(m.get("k"), "v");
-    m.set("k", m.get("k"));  // a value read from the map itself survives its replacement
+    m.set("k", m.get("k")); // a value read from the map itself survives its replacement
     EXPECT_STREQ(m.get("k"), "v");
 }
 
@@ -106,4 +106,4 @@ TEST(SortedMap, MatchesAReferenceMap)
     }
 }
 
-}  // namespace
+} // namespace
