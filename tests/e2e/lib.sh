@@ -26,7 +26,9 @@ SERVER=$WORK/server
 CGI_BIN=$SERVER/cgi-bin
 mkdir -p "$SITE"
 
+# A test that starts more servers defines e2e_stop_more to stop them.
 e2e_cleanup() {
+    if declare -F e2e_stop_more >/dev/null; then e2e_stop_more || true; fi
     "$APACHE_SH" stop "$SERVER" || true
     rm -rf "$WORK"
 }
