@@ -48,6 +48,8 @@ public:
     ~str_builder() { str_free(data_); }
     str_builder(const str_builder&) = delete;
     str_builder& operator=(const str_builder&) = delete;
+    // Makes room for size bytes in all, so appending up to there does not reallocate.
+    void reserve(size_t size);
     void append(const char* s, size_t n);
     void append(const char* s);  // null appends nothing
     void append(char c) { append(&c, 1); }

@@ -199,6 +199,8 @@ char* load_page(const char* path)
     char* text = read_file(path, false, false);
     if (!text)
         return nullptr;
+    if (!first_header(text))  // no definitions: spare a copy of a page that may be large
+        return expand_in_place(text);
     str_holder copy(str_dup(text));
     str_builder output;
     if (define_macros(copy.get(), &output) > 0) {

@@ -150,6 +150,7 @@ char* expand_in_place(char* text)
     // the caller's slot still holds it and frees it once.
     str_builder out;
     size_t size = strlen(text);
+    out.reserve(size);  // most pages come out about as long as they went in
     size_t bracket = 0;  // cached position of the next "[" (size when there is none)
     bool searched = false;
     size_t i = 0;

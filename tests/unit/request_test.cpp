@@ -1,4 +1,5 @@
 // Path resolution and page compaction of the request record.
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -44,6 +45,34 @@ TEST(Request, CompactionOfHtmlKeepsFirstBlankOfEachRun)
 TEST(Request, CompactionOfOtherTypesSqueezesLineBreaksOnly)
 {
     EXPECT_EQ(compacted("\n\n  a  \t\n\r\nb\n", true), "  a  \t\nb\n");
+}
+
+// The plain byte-by-byte rule, to check the word-at-a-time compaction against.
+std::string compact_reference(const std::string& text, bool html)
+{
+    std::string out;
+    bool after_blank = !html;
+    for (char c : text) {
+        bool blank = c == '\n' || c == '\r' || (html && (c == ' ' || c == '\t'));
+        if (!(blank && after_blank))
+            out += c;
+        after_blank = blank;
+    }
+    return out;
+}
+
+TEST(Request, CompactionMatchesTheByteRuleOnRandomTexts)
+{
+    srand(7);
+    const char alphabet[] = "ab \t\r\n";
+    for (int round = 0; round < 20000; round++) {
+        std::string text(rand() % 40, 'x');
+        for (char& c : text)
+            c = alphabet[rand() % 6];
+        for (bool header_set : {false, true})
+            ASSERT_EQ(compacted(text.c_str(), header_set), compact_reference(text, !header_set))
+                << "text: " << testing::PrintToString(text);
+    }
 }
 
 TEST(Request, CompactionCanBeSwitchedOff)
