@@ -303,7 +303,7 @@ char* macro_substitute(const char* body, int count, char** params)
 
 char* macro_call(int count, char** params)
 {
-    params[0] = expand_in_place(params[0]);
+    expand_param(params, 0);
     const char* body = macro_body(params[0]);
     if (!body)
         return str_join("[undefined macro ", params[0], "]", nullptr);

@@ -136,7 +136,7 @@ char* call_operator(const char* name, int count, char** params)
     depth_guard leave;
     if (!(entry->flags & RAW_PARAMS))
         for (int i = 0; i < count; i++)
-            params[i] = expand_in_place(params[i]);
+            expand_param(params, i);
     if (entry->param_count != 0 && entry->param_count != count)
         return str_join("[invalid parameters to operator ", name, "]", nullptr);
     return entry->handler(count, params);

@@ -56,9 +56,17 @@ const operator_entry* find_operator(const char* name);
 // caller's, new result.
 char* call_operator(const char* name, int count, char** params);
 
-// Expands every call in text; results are never rescanned. Null when the result is empty.
-// Ownership: takes text, new result.
+// Expands every call in text; results are never rescanned. Null when a call left the text
+// empty. When an exception (a table-lock violation) passes through, text is left as it was,
+// so a parameter slot handed in still owns it. Ownership: takes text, new result.
 char* expand_in_place(char* text);
+
+// Expands parameter slot i of a call in place: what raw-parameter handlers do with the
+// parameters they evaluate once. Requires: i < the call's parameter count.
+inline void expand_param(char** params, int i)
+{
+    params[i] = expand_in_place(params[i]);
+}
 
 // expand_in_place of a copy. Ownership: borrows text, new result.
 char* expand_copy(const char* text);

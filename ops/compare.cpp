@@ -66,17 +66,8 @@ option_items option_union(int count, char** params)
     return all;
 }
 
-// Expands parameter slot i in place. The slot is emptied before its text is handed over, so
-// a table lock violation unwinding through the expansion cannot leave it pointing at freed text.
-void compare_expand_param(char** params, int i)
-{
-    char* text = params[i];
-    params[i] = nullptr;
-    params[i] = expand_in_place(text);
-}
-
 // The expansion of a copy of parameter i; null when the call has no such parameter.
-char* expand_param(int count, char** params, int i)
+char* compare_expand_copy(int count, char** params, int i)
 {
     return expand_copy(param_text(count, params, i));
 }
@@ -87,7 +78,7 @@ char* op_eq(int count, char** params)
         return page_error("[eq: wrong params number]");
     str_holder a(expand_copy(params[0]));
     str_holder b(expand_copy(params[1]));
-    return expand_param(count, params, str_equal(a.get(), b.get()) ? 2 : 3);
+    return compare_expand_copy(count, params, str_equal(a.get(), b.get()) ? 2 : 3);
 }
 
 char* op_ifdef(int count, char** params)
@@ -95,7 +86,7 @@ char* op_ifdef(int count, char** params)
     if (count != 2 && count != 3)
         return page_error("[ifdef: wrong params number]");
     str_holder x(expand_copy(params[0]));
-    return expand_param(count, params, x.get() ? 1 : 2);
+    return compare_expand_copy(count, params, x.get() ? 1 : 2);
 }
 
 char* op_start(int, char** params)
@@ -107,7 +98,7 @@ char* op_start(int, char** params)
 
 char* op_default(int, char** params)
 {
-    compare_expand_param(params, 0);
+    expand_param(params, 0);
     if (str_nonempty(params[0]))
         return str_dup(params[0]);
     return expand_copy(params[1]);

@@ -40,7 +40,7 @@ char* control_expand(int count, char** params, int i)
 {
     if (i >= count)
         return nullptr;
-    params[i] = expand_in_place(params[i]);
+    expand_param(params, i);
     return params[i];
 }
 
@@ -102,11 +102,11 @@ char* op_var(int count, char** params)
     {
         escape_mode_scope none(ESCAPE_MODE_NONE);
         for (int i = 0; i < count; i++)
-            params[i] = expand_in_place(params[i]);
+            expand_param(params, i);
     }
     sorted_map& vars = control_variables();
     if (count <= 1) {
-        params[0] = expand_in_place(params[0]); // the name is expanded a second time
+        expand_param(params, 0); // the name is expanded a second time
         char* copy = str_dup(vars.get(params[0]));
         char* escaped = escape_apply(copy, false);
         if (escaped != copy)

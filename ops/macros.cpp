@@ -15,7 +15,7 @@ char* op_macro(int count, char** params)
 // macro_new[header;body]: the header is expanded, the body stored as written.
 char* op_macro_new(int, char** params)
 {
-    params[0] = expand_in_place(params[0]);
+    expand_param(params, 0);
     macro_define(params[0], params[1]);
     return nullptr;
 }

@@ -40,15 +40,6 @@ private:
     int status_;
 };
 
-// Expands parameter slot i in place. The slot is emptied before its text is handed over, so
-// a table lock violation unwinding through the expansion cannot leave it pointing at freed text.
-void match_expand_param(char** params, int i)
-{
-    char* text = params[i];
-    params[i] = nullptr;
-    params[i] = expand_in_place(text);
-}
-
 // "[regex error: " with the library's wording for status and "]". Ownership: new result.
 char* match_error(int status, const regex_t* re)
 {
@@ -224,10 +215,10 @@ char* op_match(int count, char** params)
         escape_mode_scope none(ESCAPE_MODE_NONE);
         int plain = count == 4 ? 2 : count;
         for (int i = 0; i < plain; i++)
-            match_expand_param(params, i);
+            expand_param(params, i);
     }
     if (count == 4)
-        match_expand_param(params, 3);
+        expand_param(params, 3);
     const char* text = params[count - 1];
     if (!text)
         return nullptr;

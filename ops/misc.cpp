@@ -77,7 +77,7 @@ char* op_process(int count, char** params)
     {
         escape_mode_scope scope(ESCAPE_MODE_NONE);
         for (int i = 0; i < count; i++)
-            params[i] = expand_in_place(params[i]);
+            expand_param(params, i);
     }
     return expand_copy(params[0]);
 }
@@ -85,7 +85,7 @@ char* op_process(int count, char** params)
 // level[mode;body]: the body expanded under the named escaping mode.
 char* op_level(int, char** params)
 {
-    params[0] = expand_in_place(params[0]);
+    expand_param(params, 0);
     escape_mode_scope scope(0);  // restores the mode in force now
     escape_mode_by_name(params[0]);
     return expand_copy(params[1]);

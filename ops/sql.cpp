@@ -172,20 +172,11 @@ char* sql_add_limit(char* query, int count, int offset)
     return limited;
 }
 
-// Expands parameter i in place; nothing when the call has fewer parameters.
-void sql_expand_slot(int count, char** params, int i)
-{
-    if (i >= count)
-        return;
-    char* raw = params[i];
-    params[i] = nullptr; // the slot must not own the text while it is expanded
-    params[i] = expand_in_place(raw);
-}
-
 // Expands parameter i in place and reads it as a decimal number; 0 when absent.
 int sql_expand_int(int count, char** params, int i)
 {
-    sql_expand_slot(count, params, i);
+    if (i < count)
+        expand_param(params, i);
     return str_to_int(param_text(count, params, i));
 }
 
@@ -210,9 +201,9 @@ char* sql_failure(const char* query, table* result)
     return text.release();
 }
 
-char* op_server(int count, char** params)
+char* op_server(int, char** params)
 {
-    sql_expand_slot(count, params, 0);
+    expand_param(params, 0);
     sql_target target = sql_parse_target(params[0]);
     char* result;
     {

@@ -15,15 +15,6 @@
 
 namespace {
 
-// Expands parameter slot i in place. The slot is emptied before its text is handed over, so
-// a table lock violation unwinding through the expansion cannot leave it pointing at freed text.
-void split_expand_param(char** params, int i)
-{
-    char* text = params[i];
-    params[i] = nullptr;
-    params[i] = expand_in_place(text);
-}
-
 // Appends piece and its TAB to line. Ownership: borrows piece.
 void split_add(str_builder& line, const char* piece)
 {
@@ -64,8 +55,8 @@ char* split_store(char** params, split_function split)
 {
     {
         escape_mode_scope config(ESCAPE_MODE_CONFIG);
-        split_expand_param(params, 0);
-        split_expand_param(params, 1);
+        expand_param(params, 0);
+        expand_param(params, 1);
     }
     const char* separator = params[1];
     char* line = separator ? split(str_dup(params[0]), separator)

@@ -35,15 +35,6 @@ private:
     switch_slots saved_;
 };
 
-// Expands parameter slot i in place. The slot is emptied before its text is handed over, so
-// a table lock violation unwinding through the expansion cannot leave it pointing at freed text.
-void switch_expand_param(char** params, int i)
-{
-    char* text = params[i];
-    params[i] = nullptr;
-    params[i] = expand_in_place(text);
-}
-
 // Replaces a recorded branch by a copy of branch. Ownership: borrows branch.
 void switch_record(char*& slot, const char* branch)
 {
@@ -53,7 +44,7 @@ void switch_record(char*& slot, const char* branch)
 
 char* op_switch(int, char** params)
 {
-    switch_expand_param(params, 0);
+    expand_param(params, 0);
     switch_scope scope(params[0]);
     str_free(expand_copy(params[1]));
     return expand_copy(slots.matched ? slots.matched : slots.fallback);
@@ -65,7 +56,7 @@ char* op_case(int count, char** params)
         return page_error("[case: not enough params]");
     const char* branch = params[count - 1];
     for (int i = 0; i < count - 1; i++) {
-        switch_expand_param(params, i);
+        expand_param(params, i);
         if (str_equal(params[i], slots.value)) {
             switch_record(slots.matched, branch);
             break;

@@ -16,15 +16,6 @@ namespace {
 
 // ---- helpers ----------------------------------------------------------------------------
 
-// Expands parameter slot i in place. The slot is emptied before its text is handed over, so
-// that a lock violation unwinding through the expansion cannot leave it pointing at freed text.
-void tables_expand_param(char** params, int i)
-{
-    char* text = params[i];
-    params[i] = nullptr;
-    params[i] = expand_in_place(text);
-}
-
 const char* or_empty(const char* s)
 {
     return s ? s : "";
@@ -217,7 +208,7 @@ char* op_config(int count, char** params)
 {
     escape_mode_scope scope(ESCAPE_MODE_CONFIG);
     for (int i = 0; i < count; i++)
-        tables_expand_param(params, i);
+        expand_param(params, i);
     if (!tables_current())
         tables_store(std::make_unique<table>());
     table* t = tables_current();
@@ -254,7 +245,7 @@ char* op_load(int count, char** params)
 
 char* op_save(int count, char** params)
 {
-    tables_expand_param(params, 0);
+    expand_param(params, 0);
     str_holder file(tables_save_name(params[0]));
     table* t = tables_current();
     str_holder text(count >= 2 ? expand_copy(params[1]) : t ? t->serialise() : nullptr);
@@ -365,7 +356,7 @@ char* op_table(int count, char** params)
 char* op_menu(int count, char** params)
 {
     if (count >= 2)
-        tables_expand_param(params, 1);
+        expand_param(params, 1);
     const char* separator = or_empty(param_text(count, params, 1));
     table* t = tables_current();
     if (!t)
