@@ -5,13 +5,6 @@
 
 #include "core/str.h"
 
-int sorted_map_compare(const char* a, const char* b)
-{
-    if (!a || !b)
-        return (a != nullptr) - (b != nullptr);
-    return strcmp(a, b);
-}
-
 sorted_map::~sorted_map()
 {
     for (int i = 0; i < count_; i++) {
@@ -24,20 +17,7 @@ sorted_map::~sorted_map()
 
 bool sorted_map::find(const char* key, int& pos) const
 {
-    int low = 0, high = count_ - 1;
-    bool found = false;
-    while (low <= high) {
-        int mid = (low + high) / 2;
-        int order = sorted_map_compare(keys_[mid], key);
-        if (order >= 0) {
-            high = mid - 1;
-            found = found || order == 0;
-        } else {
-            low = mid + 1;
-        }
-    }
-    pos = low;
-    return found;
+    return str_lower_bound(count_, [this](int i) { return keys_[i]; }, key, pos);
 }
 
 const char* sorted_map::get(const char* key) const

@@ -5,9 +5,6 @@
 #ifndef TESSEL_CORE_SORTED_MAP_H
 #define TESSEL_CORE_SORTED_MAP_H
 
-// Key comparison: strcmp order (case-sensitive), null equal to null and before any text.
-int sorted_map_compare(const char* a, const char* b);
-
 // Keys in ascending order with a value each. The map owns private copies of its keys and its
 // values (a copy, or the pointer handed over to set_take). Every insertion and removal
 // resizes both arrays to the exact count; an empty map holds no arrays. Not copyable.

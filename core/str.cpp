@@ -352,6 +352,13 @@ bool str_ends_with(const char* s, const char* t)
     return at && at + strlen(t) == s + strlen(s);
 }
 
+int str_compare(const char* a, const char* b)
+{
+    if (!a || !b)
+        return (a != nullptr) - (b != nullptr);
+    return strcmp(a, b);
+}
+
 bool str_is_digits(const char* s)
 {
     if (!str_nonempty(s))

@@ -157,6 +157,32 @@ bool str_starts_with(const char* s, const char* t);
 // True when the first occurrence of t lies exactly at the end of s: "abab" does not end
 // with "ab" by this test, deliberately.
 bool str_ends_with(const char* s, const char* t);
+// Byte order as strcmp, with null equal to null and before any text: the key order of the
+// sorted containers (the macro table, the variable store, the table registry).
+int str_compare(const char* a, const char* b);
+
+// Binary search over count keys in ascending str_compare order, key_at(i) giving key i. True
+// when key is present; pos is the lower bound (the first key not less than key), which is the
+// match when found.
+template <typename KeyAt>
+bool str_lower_bound(int count, KeyAt key_at, const char* key, int& pos)
+{
+    int low = 0, high = count - 1;
+    bool found = false;
+    while (low <= high) {
+        int mid = (low + high) / 2;
+        int order = str_compare(key_at(mid), key);
+        if (order >= 0) {
+            high = mid - 1;
+            found = found || order == 0;
+        } else {
+            low = mid + 1;
+        }
+    }
+    pos = low;
+    return found;
+}
+
 // True when s is non-empty and all bytes are '0'..'9'.
 bool str_is_digits(const char* s);
 // atoi of s, 0 for null.

@@ -240,13 +240,6 @@ const char* table_named::column_name(int i) const
 
 // ---- registry ---------------------------------------------------------------------------
 
-int table_name_compare(const char* a, const char* b)
-{
-    if (!a || !b)
-        return (a != nullptr) - (b != nullptr);
-    return strcmp(a, b);
-}
-
 table_array::table_array() : sorted_array<table, const char*>(REGISTRY_LIMIT, REGISTRY_DELTA) {}
 
 table_array::~table_array()

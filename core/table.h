@@ -9,6 +9,7 @@
 #define TESSEL_CORE_TABLE_H
 
 #include "core/object_array.h"
+#include "core/str.h"
 
 class table;
 
@@ -142,9 +143,6 @@ private:
 
 // ---- sorted_array<table, char*> -------------------------------------------------------
 
-// Name comparison of the registry: strcmp, with null equal to null and before any text.
-int table_name_compare(const char* a, const char* b);
-
 // Tables kept in ascending order of name, found by binary search. Owns its tables.
 template <typename T, typename K>
 class sorted_array : public object_array<T> {
@@ -154,20 +152,8 @@ public:
     // True when a table of that name exists; pos is the lower bound (the match when found).
     bool find(K name, int& pos) const
     {
-        int low = 0, high = this->count() - 1;
-        bool found = false;
-        while (low <= high) {
-            int mid = (low + high) / 2;
-            int order = table_name_compare(this->at(mid)->name(), name);
-            if (order >= 0) {
-                high = mid - 1;
-                found = found || order == 0;
-            } else {
-                low = mid + 1;
-            }
-        }
-        pos = low;
-        return found;
+        auto name_at = [this](int i) { return this->at(i)->name(); };
+        return str_lower_bound(this->count(), name_at, name, pos);
     }
 };
 

@@ -60,7 +60,7 @@ int sort_compare_parts(char kind, const char* a, const char* b)
     }
 }
 
-// Compares two keys by spec, a "|"-separated list of items "[+|-]kind", one per
+// Compares two keys by a sort specification, a "|"-separated list of items "[+|-]kind", one per
 // "|"-separated key part. A character other than "|" after an item ends the comparison as
 // equal, so a malformed spec leaves the order to chance. Ownership: borrows all (the keys
 // are cut in place).
