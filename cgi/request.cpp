@@ -2,10 +2,12 @@
 #include "cgi/request.h"
 
 #include <array>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "cgi/charset.h"
 #include "cgi/log.h"
@@ -24,13 +26,19 @@ const char* cgi_var(const char* name)
     return value ? value : "";
 }
 
-// High bit set in every byte of word that equals c (exact: no false positives).
-uint64_t bytes_equal(uint64_t word, unsigned char c)
+#if defined(__SSE2__)
+// Bit i set when byte i of the 16 at p is a line break, or (html) a space or tab.
+unsigned blank_bits(const unsigned char* p, bool html)
 {
-    constexpr uint64_t LOW7 = 0x7f7f7f7f7f7f7f7full;
-    uint64_t x = word ^ (c * 0x0101010101010101ull);
-    return ~(((x & LOW7) + LOW7) | x | LOW7);
+    __m128i v = _mm_loadu_si128((const __m128i*)p);
+    __m128i m = _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\n')),
+                             _mm_cmpeq_epi8(v, _mm_set1_epi8('\r')));
+    if (html)
+        m = _mm_or_si128(m, _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(' ')),
+                                         _mm_cmpeq_epi8(v, _mm_set1_epi8('\t'))));
+    return (unsigned)_mm_movemask_epi8(m);
 }
+#endif
 
 // Runs of blanks shrink to their first character. With html set the set is space, tab and
 // line breaks and a leading run keeps one character; otherwise it is line breaks only and
@@ -44,32 +52,30 @@ void compact_runs(char* text, bool html)
         k[' '] = k['\t'] = 2;
         return k;
     }();
+    constexpr int BLOCK = 16;
     const unsigned char mask = html ? 3 : 1;
     bool after_blank = !html;
     const unsigned char* in = (const unsigned char*)text;
     const unsigned char* end = in + strlen(text);
     unsigned char* out = (unsigned char*)text;
     while (in < end) {
-        // Eight bytes at a time while no blank follows a blank: they move as one word. Byte i of
-        // the text is byte i of the word on this little-endian host, so "<< 8" looks at the
-        // byte before.
-        if (end - in >= 8) {
-            uint64_t word;
-            memcpy(&word, in, 8);
-            uint64_t blanks = bytes_equal(word, '\n') | bytes_equal(word, '\r');
-            if (html)
-                blanks |= bytes_equal(word, ' ') | bytes_equal(word, '\t');
-            if (!(blanks & (blanks << 8)) && !(after_blank && (blanks & 0x80))) {
-                memcpy(out, &word, 8);
-                out += 8;
-                in += 8;
-                after_blank = blanks >> 63;
+#if defined(__SSE2__)
+        // A block in which no blank follows a blank moves as a whole (the write position
+        // never passes the read position, so the store only covers bytes already read).
+        if (end - in >= BLOCK) {
+            unsigned blanks = blank_bits(in, html);
+            if (!(blanks & (blanks << 1)) && !(after_blank && (blanks & 1))) {
+                _mm_storeu_si128((__m128i*)out, _mm_loadu_si128((const __m128i*)in));
+                out += BLOCK;
+                in += BLOCK;
+                after_blank = blanks >> (BLOCK - 1);
                 continue;
             }
         }
-        // Otherwise byte by byte: every byte is written, and the write position advances
-        // unless the byte is a blank right after a blank.
-        const unsigned char* stop = in + int_min(8, (int)(end - in));
+#endif
+        // Byte by byte: every byte is written, and the write position advances unless the
+        // byte is a blank right after a blank.
+        const unsigned char* stop = in + int_min(BLOCK, (int)(end - in));
         for (; in < stop; in++) {
             bool blank = kinds[*in] & mask;
             *out = *in;
