@@ -58,7 +58,8 @@ char* split_store(char** params, split_function split)
         expand_param(params, 0);
         expand_param(params, 1);
     }
-    const char* separator = params[1];
+    // An empty separator would cut nothing off forever: it counts as no separator.
+    const char* separator = str_nonempty(params[1]) ? params[1] : nullptr;
     char* line = separator ? split(str_dup(params[0]), separator)
                            : (params[0] ? str_join(params[0], "\t", nullptr) : nullptr);
     if (req.tables)
