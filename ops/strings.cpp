@@ -2,6 +2,9 @@
 //
 // Texts are byte strings: positions and lengths count bytes from 0, and numbers are read as
 // atoi reads them. An absent text yields nothing.
+#include <algorithm>
+#include <climits>
+
 #include "core/str.h"
 #include "interp/registry.h"
 #include "ops/ops.h"
@@ -42,7 +45,7 @@ char* op_mid(int count, char** params)
 {
     const char* text = params[0];
     int start = param_int(count, params, 1);
-    int n = param_int(count, params, 2);
+    long long n = param_int(count, params, 2);  // wide, so count + start cannot wrap around
     if (!text)
         return nullptr;
     if (start < 0) {
@@ -51,7 +54,7 @@ char* op_mid(int count, char** params)
     }
     if (n < 1 || start > str_len0(text))
         return nullptr;
-    return str_sub(text, start, n);
+    return str_sub(text, start, (int)std::min<long long>(n, INT_MAX));
 }
 
 char* op_char(int count, char** params)
