@@ -18,20 +18,33 @@ struct switch_slots {
 
 switch_slots slots;
 
-// Gives one switch fresh slots and puts the outer ones back when it ends, also when a table
-// lock violation unwinds through it.
+// Saves the outer slots when one switch starts and puts them back when it ends, also when a
+// table lock violation unwinds through it. Cases met while the switch's own value is being
+// expanded still compare with the outer value, but what they record is dropped at start.
 class switch_scope {
 public:
-    explicit switch_scope(const char* value) : saved_(slots) { slots = switch_slots{value}; }
+    switch_scope() : saved_(slots) { slots = switch_slots{saved_.value}; }
     ~switch_scope()
     {
-        str_free(slots.matched);
-        str_free(slots.fallback);
+        clear();
         slots = saved_;
     }
     switch_scope(const switch_scope&) = delete;
     switch_scope& operator=(const switch_scope&) = delete;
+
+    // Makes value the one switched on, with no branch recorded yet.
+    void start(const char* value)
+    {
+        clear();
+        slots.value = value;
+    }
 private:
+    static void clear()
+    {
+        str_free(slots.matched);
+        str_free(slots.fallback);
+        slots.matched = slots.fallback = nullptr;
+    }
     switch_slots saved_;
 };
 
@@ -44,8 +57,9 @@ void switch_record(char*& slot, const char* branch)
 
 char* op_switch(int, char** params)
 {
+    switch_scope scope;
     expand_param(params, 0);
-    switch_scope scope(params[0]);
+    scope.start(params[0]);
     str_free(expand_copy(params[1]));
     return expand_copy(slots.matched ? slots.matched : slots.fallback);
 }
