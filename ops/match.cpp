@@ -93,8 +93,14 @@ int match_compile_flags(const char* flags)
 // Appends the bytes [from, to) of text as one cell, TABs turned into blanks.
 void match_add_cell(str_builder& row, const char* text, regoff_t from, regoff_t to)
 {
-    for (regoff_t i = from; i < to; i++)
-        row.append(text[i] == '\t' ? ' ' : text[i]);
+    while (from < to) {
+        const char* tab = (const char*)memchr(text + from, '\t', to - from);
+        regoff_t end = tab ? tab - text : to;
+        row.append(text + from, end - from);  // whole stretches: pre- and postmatch are long
+        if (tab)
+            row.append(' ');
+        from = end + (tab ? 1 : 0);
+    }
 }
 
 // The match table for one match of a pattern with `groups` groups in text.
