@@ -195,7 +195,10 @@ char* expand_in_place(char* text)
 
 char* expand_copy(const char* text)
 {
-    return expand_in_place(str_dup(text));
+    str_holder copy(str_dup(text));  // frees the copy when an exception passes through
+    char* out = expand_in_place(copy.get());
+    copy.release();  // expand_in_place has freed it
+    return out;
 }
 
 int param_int(int count, char** params, int i)
