@@ -117,6 +117,14 @@ protected:
     T** slots() const { return items_; }
 
 private:
+    // Extends the used range to index + 1 with null slots between the old count and index:
+    // slots vacated by pack still hold the pointers moved down, which must not reappear.
+    void null_gap(int index)
+    {
+        memset(items_ + count_, 0, sizeof(T*) * (index - count_));
+        count_ = index + 1;
+    }
+
     static void release(T* item)
     {
         if constexpr (std::is_same_v<T, char>)
@@ -161,7 +169,7 @@ void object_array<T>::put(int index, T* item)
         items_[index] = item;
         return;
     }
-    count_ = index + 1;
+    null_gap(index);
     items_[index] = item;
 }
 
@@ -173,7 +181,7 @@ void object_array<T>::insert(int index, T* item)
     while (count_ >= limit_ || index >= limit_)
         increase();
     if (index >= count_) {
-        count_ = index + 1;
+        null_gap(index);
         items_[index] = item;
         return;
     }

@@ -1,7 +1,6 @@
 // The table operators: context, creating, loading and saving tables, the cursor, items, loops.
 #include <cstring>
 #include <memory>
-#include <string>
 
 #include "cgi/form.h"
 #include "cgi/log.h"
@@ -41,12 +40,6 @@ char* tables_escape(char* value)
     return escaped;
 }
 
-// A heap copy of an accumulated result; null when it is empty. Ownership: new result.
-char* tables_result(const std::string& out)
-{
-    return out.empty() ? nullptr : str_dup(out.c_str());
-}
-
 // Makes name the current table name for its lifetime, then restores the previous one.
 class context_scope {
 public:
@@ -76,7 +69,7 @@ private:
 // loop. A violation aimed at t (a nested loop over it, or an attempt to replace it) stops
 // this loop and appends message; one aimed at another loop's table passes on.
 template <typename Body>
-void tables_loop(table* t, std::string& out, const char* message, Body body)
+void tables_loop(table* t, str_builder& out, const char* message, Body body)
 {
     loop_lock lock(t);
     int depth = req.depth;
@@ -86,7 +79,7 @@ void tables_loop(table* t, std::string& out, const char* message, Body body)
         if (violation.target != t)
             throw;
         req.depth = depth;  // the calls that were unwound did not return
-        out += message;
+        out.append(message);
     }
 }
 
@@ -127,14 +120,19 @@ char* tables_save_name(const char* name)
 
 // ---- config -----------------------------------------------------------------------------
 
-// Removes n rows at start; n = 0 removes nothing and a negative n removes every row from
-// start on (the countdown only ends at -1).
+// Removes the row at start n times; n = 0 removes nothing and a negative n removes every row
+// from start on (the countdown only ends at -1). Each removal packs the rows, even when
+// start names no row, so the gaps left by an insert past the end close. Once start names no
+// row after a pack, further removals change nothing and the loop ends early.
 void config_remove(table* t, int count, char** params)
 {
     int start = count >= 2 ? str_to_int(params[1]) : t->current();
     int n = count >= 3 ? str_to_int(params[2]) : 1;
-    while (--n != -1 && t->exists(start))
+    while (--n != -1) {
         t->remove(start);
+        if (!t->exists(start))
+            break;
+    }
 }
 
 // A table with one row per form field name, in arrival order.
@@ -183,7 +181,7 @@ void config_edit(table* t, int count, char** params)
 // ---- grid -------------------------------------------------------------------------------
 
 // Fills the grid column by column: cell i shows row (i mod cols) x rows + i / cols.
-void table_grid(table* t, int cols, const char* body, const char* filler, std::string& out)
+void table_grid(table* t, int cols, const char* body, const char* filler, str_builder& out)
 {
     long long rows = ((long long)cols + t->count() - 1) / int_max(cols, 1);
     long long cells = cols * rows;
@@ -191,14 +189,14 @@ void table_grid(table* t, int cols, const char* body, const char* filler, std::s
         t->set_current((int)((i % cols) * rows + i / cols));
         if (t->current() < t->count()) {
             str_holder cell(expand_copy(body));
-            out += or_empty(cell.get());
+            out.append(cell.get());
         } else {
-            out += "<td>";
-            out += or_empty(filler);
-            out += "</td>";
+            out.append("<td>");
+            out.append(filler);
+            out.append("</td>");
         }
-        if (i % cols == cols - 1 && i < cells - 1)
-            out += "</tr><tr>";
+        if (i % cols == cols - 1LL && i < cells - 1)
+            out.append("</tr><tr>");
     }
 }
 
@@ -306,16 +304,16 @@ char* op_shift(int count, char** params)
     return nullptr;
 }
 
-// The cell of the row before or after the cursor; the cursor is left where it was.
+// The cell of the row before or after the cursor. The cursor is shifted back by the opposite
+// step, which returns it to where it was whenever it named a row.
 char* item_neighbour(int step, const char* column)
 {
     table* t = tables_current();
     if (!t)
         return tables_escape(nullptr);
-    int saved = t->current();
     t->shift(step);
     char* value = t->item_by_name(column);
-    t->set_current(saved);
+    t->shift(-step);
     return tables_escape(value);
 }
 
@@ -347,10 +345,10 @@ char* op_table(int count, char** params)
         return nullptr;
     int cols = str_to_int(params[0]);  // read as written, not expanded
     const char* body = param_text(count, params, 1);
-    std::string out;
+    str_builder out;
     tables_loop(t, out, "[table lock violation in table macro]",
                 [&] { table_grid(t, cols, body, filler.get(), out); });
-    return tables_result(out);
+    return out.take(true);
 }
 
 char* op_menu(int count, char** params)
@@ -362,20 +360,20 @@ char* op_menu(int count, char** params)
     if (!t)
         return nullptr;
     int saved = t->current();
-    std::string out;
+    str_builder out;
     tables_loop(t, out, "[table lock violation in menu macro]", [&] {
         for (int i = 0; i < t->count(); i++) {
             t->set_current(i);
             str_holder piece(expand_copy(params[0]));
             if (!str_nonempty(piece.get()))
                 continue;
-            if (!out.empty())
-                out += separator;
-            out += piece.get();
+            if (out.size() > 0)
+                out.append(separator);
+            out.append(piece.get());
         }
     });
     t->set_current(saved);
-    return tables_result(out);
+    return out.take(true);
 }
 
 constexpr op_row rows[] = {

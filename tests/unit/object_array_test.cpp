@@ -101,6 +101,18 @@ TEST(ObjectArray, PackClosesGapsInOrder)
     EXPECT_STREQ(a.at(0), "b");
     EXPECT_STREQ(a.at(1), "d");
     EXPECT_EQ(a.limit(), 4);  // delta 0 never shrinks
+    // The slots the pack vacated still hold the moved pointers; storing past the end must
+    // not bring them back as items (the row would be owned twice).
+    a.put(3, s("e"));
+    EXPECT_FALSE(a.exists(2));
+    EXPECT_STREQ(a.at(3), "e");
+    object_array<char> b(4, 4);
+    b.append(s("a"));
+    b.append(s("b"));
+    b.remove(0);
+    b.insert(3, s("c"));
+    EXPECT_FALSE(b.exists(1));
+    EXPECT_FALSE(b.exists(2));
 }
 
 TEST(ObjectArray, OwnsItsTablesThroughTheVirtualDestructor)
