@@ -150,8 +150,9 @@ bool table::locate_prefix(int column, const char* value)
 
 void table::shift(int step)
 {
+    // The sum wraps at 32 bits instead of overflowing, so a huge step is still a defined move.
     if (count() > 0)
-        current_ = (step + current_ + count()) % count();
+        current_ = (int)((unsigned)step + (unsigned)current_ + (unsigned)count()) % count();
 }
 
 char* table::serialise() const
