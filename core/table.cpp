@@ -270,7 +270,7 @@ void table_array::store(table* t)
         return;
     }
     table* old = at(pos);
-    if (old->locked()) {
+    if (old->held()) {
         delete t;
         throw table_lock_violation{TABLE_LOCK_REPLACED, old};
     }
@@ -285,7 +285,7 @@ void table_array::remove_current()
     int pos;
     if (!find(current_name_, pos))
         return;
-    if (at(pos)->locked())
+    if (at(pos)->held())
         throw table_lock_violation{TABLE_LOCK_REPLACED, at(pos)};
     remove(pos);
 }

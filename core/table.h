@@ -88,6 +88,14 @@ public:
     void unlock() { locked_ = false; }
     bool locked() const { return locked_; }
 
+    // Pins the table in the registry while its rows are reordered in place: a pinned table
+    // can be neither replaced nor removed, but unlike a lock it may still be looped over.
+    // Pins nest.
+    void pin() { pinned_++; }
+    void unpin() { pinned_--; }
+    // True when the registry must keep the table: locked or pinned.
+    bool held() const { return locked_ || pinned_ > 0; }
+
     int current() const { return current_; }
     void set_current(int row) { current_ = row; }
 
@@ -111,6 +119,7 @@ protected:
 
 private:
     bool locked_ = false;
+    int pinned_ = 0;
     int current_ = 0;
     char* name_ = nullptr;
 };
@@ -177,11 +186,12 @@ public:
     table* get_by_name(const char* name) const;
 
     // Stores t under the current name, destroying a table of that name. When that table is
-    // locked, t is destroyed instead and table_lock_violation{2, locked table} is thrown.
+    // held (locked or pinned), t is destroyed instead and table_lock_violation{2, that table}
+    // is thrown.
     // Ownership: takes t.
     void store(table* t);
 
-    // Destroys the table under the current name, if any. A locked table is left alone and
+    // Destroys the table under the current name, if any. A held table is left alone and
     // table_lock_violation{2, that table} is thrown.
     void remove_current();
 
