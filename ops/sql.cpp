@@ -92,10 +92,15 @@ void sql_disconnect()
     connection = nullptr;
 }
 
-// Closes the connection when the `server` body is left, also by a lock violation.
+// Closes the connection and drops the pending error when the `server` call is left, also by
+// a lock violation out of the body or out of SERVER_ERROR, so no later `sql` sees the error.
 struct sql_connection_scope {
     sql_connection_scope() = default;
-    ~sql_connection_scope() { sql_disconnect(); }
+    ~sql_connection_scope()
+    {
+        sql_disconnect();
+        sql_clear_pending();
+    }
     sql_connection_scope(const sql_connection_scope&) = delete;
     sql_connection_scope& operator=(const sql_connection_scope&) = delete;
 };
@@ -205,13 +210,8 @@ char* op_server(int, char** params)
 {
     expand_param(params, 0);
     sql_target target = sql_parse_target(params[0]);
-    char* result;
-    {
-        sql_connection_scope scope;
-        result = sql_connect(target) ? expand_copy(params[1]) : sql_server_error();
-    }
-    sql_clear_pending();
-    return result;
+    sql_connection_scope scope;
+    return sql_connect(target) ? expand_copy(params[1]) : sql_server_error();
 }
 
 char* op_sql(int count, char** params)
