@@ -307,10 +307,7 @@ char* macro_call(int count, char** params)
     const char* body = macro_body(params[0]);
     if (!body)
         return str_join("[undefined macro ", params[0], "]", nullptr);
-    str_holder text(macro_substitute(body, count, params));  // freed if an exception passes
-    char* out = expand_in_place(text.get());
-    text.release();  // expand_in_place has freed it
-    return out;
+    return expand_taken(macro_substitute(body, count, params));
 }
 
 char* macro_use(const char* name)

@@ -193,12 +193,17 @@ char* expand_in_place(char* text)
     return out.take(false);
 }
 
+char* expand_taken(char* text)
+{
+    str_holder held(text);  // frees the text when an exception passes through
+    char* out = expand_in_place(text);
+    held.release();  // expand_in_place has freed it
+    return out;
+}
+
 char* expand_copy(const char* text)
 {
-    str_holder copy(str_dup(text));  // frees the copy when an exception passes through
-    char* out = expand_in_place(copy.get());
-    copy.release();  // expand_in_place has freed it
-    return out;
+    return expand_taken(str_dup(text));
 }
 
 int param_int(int count, char** params, int i)

@@ -68,7 +68,11 @@ inline void expand_param(char** params, int i)
     params[i] = expand_in_place(params[i]);
 }
 
-// expand_in_place of a copy. Ownership: borrows text, new result.
+// As expand_in_place, but text is freed even when an exception passes through: for a text
+// that no parameter slot holds. Ownership: takes text, new result.
+char* expand_taken(char* text);
+
+// expand_taken of a copy. Ownership: borrows text, new result.
 char* expand_copy(const char* text);
 
 // ---- parameter accessors for handlers ---------------------------------------------------
