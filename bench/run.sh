@@ -8,16 +8,9 @@
 # Targets: small page within 1.2x its floor; 2 MB page within 2x; doubling the page doubles
 # the time, no more.
 set -euo pipefail
-root=$(cd "$(dirname "$0")/.." && pwd)
 rounds=${ROUNDS:-200}
 
-if [[ -z ${TESSEL:-} ]]; then
-    cmake -S "$root" -B "$root/build-bench" -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >/dev/null
-    cmake --build "$root/build-bench" -j2 --target tessel >/dev/null
-    TESSEL=$root/build-bench/tessel
-fi
-
-work=$(mktemp -d "${TMPDIR:-/tmp}/tessel-bench.XXXXXX")
+source "$(dirname "$0")/common.sh" tessel-bench
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 cc -O2 -o runner "$root/bench/runner.c"

@@ -9,17 +9,9 @@
 # A private MariaDB with the sample database (scripts/mariadb.sh) runs in a temp folder for
 # the duration and is stopped afterwards.
 set -euo pipefail
-root=$(cd "$(dirname "$0")/.." && pwd)
 rounds=${ROUNDS:-50}
 
-if [[ -z ${TESSEL:-} ]]; then
-    cmake -S "$root" -B "$root/build-bench" -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >/dev/null
-    cmake --build "$root/build-bench" -j2 --target tessel >/dev/null
-    TESSEL=$root/build-bench/tessel
-fi
-TESSEL=$(realpath "$TESSEL")
-
-work=$(mktemp -d "${TMPDIR:-/tmp}/tessel-sqlbench.XXXXXX")
+source "$(dirname "$0")/common.sh" tessel-sqlbench
 trap 'sh "$root/scripts/mariadb.sh" stop "$work/db" >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
 db=$(sh "$root/scripts/mariadb.sh" start "$work/db")
 cd "$work"
