@@ -1,5 +1,6 @@
 // Date operators: a timestamp, a moved timestamp and calendar listings, stored as tables under
 // the current table name.
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -143,8 +144,11 @@ char* op_dateoffset(int count, char** params)
     const table* current = req.tables ? req.tables->get_current() : nullptr;
     if (!current)
         return nullptr;
-    time_t t = date_time(date_item(current, "year") + param_int(count, params, 0),
-                         date_item(current, "month"), date_item(current, "day"), EVENING);
+    long long year = (long long)date_item(current, "year") + param_int(count, params, 0);
+    if (year < INT_MIN + 1900LL || year > INT_MAX)  // mktime counts years from 1900 in an int
+        return page_error("[dateoffset: bad input date]");
+    time_t t = date_time((int)year, date_item(current, "month"), date_item(current, "day"),
+                         EVENING);
     struct tm moved;
     if (t == -1 || !localtime_r(&t, &moved))
         return page_error("[dateoffset: bad input date]");
