@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "cgi/charset.h"
-#include "cgi/log.h"
+#include "core/log.h"
 #include "cgi/request.h"
 #include "core/str.h"
 

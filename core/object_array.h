@@ -10,7 +10,7 @@
 #include <cstring>
 #include <type_traits>
 
-#include "cgi/log.h"
+#include "core/log.h"
 #include "core/str.h"
 
 // ---- tobject ----------------------------------------------------------------------------

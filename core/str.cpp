@@ -16,8 +16,8 @@
 #include <unistd.h>
 #include <utime.h>
 
-#include "cgi/charset.h"
-#include "cgi/log.h"
+#include "core/charset.h"
+#include "core/log.h"
 
 // ---- memory ---------------------------------------------------------------------------
 
@@ -47,7 +47,7 @@ void* checked_malloc(size_t size)
         return nullptr;
     void* block = size >= LARGE_BLOCK ? large_alloc(size) : malloc(size);
     if (!block)
-        fatal_out_of_memory("unable to malloc %d bytes", (int)size);
+        fatal_log("unable to malloc %d bytes", (int)size);
     return block;
 }
 
@@ -59,7 +59,7 @@ void* checked_realloc(void* block, size_t size)
     }
     void* grown = !block && size >= LARGE_BLOCK ? large_alloc(size) : realloc(block, size);
     if (!grown)
-        fatal_out_of_memory("unable to realloc %d bytes", (int)size);
+        fatal_log("unable to realloc %d bytes", (int)size);
     return grown;
 }
 

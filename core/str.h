@@ -148,6 +148,8 @@ bool str_nonempty(const char* s);
 int str_len0(const char* s);
 // s, or "(null)" for null (for printing). Ownership: view.
 const char* str_or_null(const char* s);
+// s, or "" for null: a text to print or compare where null must read as empty. Ownership: view.
+inline const char* str_or_empty(const char* s) { return s ? s : ""; }
 // Null equals only null; otherwise exact byte comparison.
 bool str_equal(const char* a, const char* b);
 // First occurrence of t in s; null when either is null. Ownership: view into s.

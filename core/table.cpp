@@ -38,11 +38,6 @@ char** split_columns(char* header)
     return columns;
 }
 
-const char* str_or_empty(const char* s)
-{
-    return s ? s : "";
-}
-
 }  // namespace
 
 int table_cell_length(const char* cell)

@@ -4,7 +4,7 @@
 #include <cctype>
 #include <cstring>
 
-#include "cgi/request.h"
+#include "interp/request.h"
 #include "core/str.h"
 
 namespace {

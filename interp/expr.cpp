@@ -11,7 +11,7 @@
 #include <cstring>
 #include <string>
 
-#include "cgi/request.h"
+#include "interp/request.h"
 #include "core/sorted_map.h"
 #include "core/str.h"
 #include "core/table.h"

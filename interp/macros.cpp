@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <vector>
 
-#include "cgi/request.h"
+#include "interp/request.h"
 #include "core/sorted_map.h"
 #include "core/str.h"
 #include "interp/registry.h"

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "cgi/request.h"
+#include "interp/request.h"
 #include "core/str.h"
 
 namespace {

@@ -2,7 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "cgi/request.h"
+#include "interp/request.h"
 #include "core/str.h"
 #include "interp/registry.h"
 #include "ops/ops.h"

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "cgi/request.h"
+#include "interp/request.h"
 #include "core/str.h"
 #include "interp/registry.h"
 #include "ops/ops.h"

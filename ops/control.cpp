@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "cgi/request.h"
+#include "interp/request.h"
 #include "core/sorted_map.h"
 #include "core/str.h"
 #include "interp/escape.h"

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "cgi/request.h"
+#include "interp/request.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "interp/registry.h"

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "cgi/request.h"
+#include "interp/request.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/registry.h"

@@ -10,7 +10,7 @@
 #include <regex.h>
 #include <vector>
 
-#include "cgi/request.h"
+#include "interp/request.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"

@@ -1,5 +1,5 @@
 // The optimize family: switches the compaction of the rendered page.
-#include "cgi/request.h"
+#include "interp/request.h"
 #include "core/str.h"
 #include "interp/registry.h"
 #include "ops/ops.h"

@@ -8,7 +8,7 @@
 
 #include "cgi/charset.h"
 #include "cgi/form.h"
-#include "cgi/request.h"
+#include "interp/request.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "interp/registry.h"

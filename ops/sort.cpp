@@ -10,7 +10,7 @@
 #include <cstring>
 
 #include "cgi/charset.h"
-#include "cgi/request.h"
+#include "interp/request.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/registry.h"

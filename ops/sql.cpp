@@ -3,8 +3,8 @@
 #include <cstdlib>
 
 #include "cgi/charset.h"
-#include "cgi/log.h"
-#include "cgi/request.h"
+#include "core/log.h"
+#include "interp/request.h"
 #include "core/mysql_client.h"
 #include "core/str.h"
 #include "core/table.h"

@@ -6,7 +6,7 @@
 // the last cut as a piece; `^item[0]` reads the first piece.
 #include <cstring>
 
-#include "cgi/request.h"
+#include "interp/request.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"

@@ -3,8 +3,8 @@
 #include <memory>
 
 #include "cgi/form.h"
-#include "cgi/log.h"
-#include "cgi/request.h"
+#include "core/log.h"
+#include "interp/request.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Generates cgi/codepage_tables.cpp: for each Cyrillic code page, the 256-byte tables that map
+# Generates core/codepage_tables.cpp: for each Cyrillic code page, the 256-byte tables that map
 # it to KOI8-R and back, taken byte by byte from the system's iconv. Bytes below 128 and bytes
 # that iconv cannot carry across map to themselves.
 #
-# Usage: scripts/gen_codepages.sh [output file]   (default: cgi/codepage_tables.cpp)
+# Usage: scripts/gen_codepages.sh [output file]   (default: core/codepage_tables.cpp)
 set -euo pipefail
 
-out=${1:-"$(dirname "$0")/../cgi/codepage_tables.cpp"}
+out=${1:-"$(dirname "$0")/../core/codepage_tables.cpp"}
 pivot=KOI8-R
 # Code-page number and iconv name, in the order of the numbers (2 is the pivot itself).
 pages=("1 CP1251" "3 CP866" "4 MAC-CYRILLIC" "5 ISO-8859-5")

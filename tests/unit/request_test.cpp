@@ -4,6 +4,7 @@
 #include <string>
 
 #include "cgi/request.h"
+#include "program/page.h"
 #include "core/str.h"
 
 namespace {

@@ -8,6 +8,7 @@
 
 #include "cgi/form.h"
 #include "cgi/request.h"
+#include "program/page.h"
 
 namespace {
 

@@ -1,0 +1,25 @@
+// The request record and the page-relative path resolution.
+#include "interp/request.h"
+
+#include "core/charset.h"
+#include "core/log.h"
+#include "core/str.h"
+
+request_record req;
+
+request_record::request_record()
+{
+    log_bind(&page_path, log_names);
+    charset_case_bind(&source_charset);
+}
+
+char* resolve_path(const char* name)
+{
+    if (name && name[0] == '/')
+        return str_join(req.cgi.document_root, name, nullptr);
+    char* dir = str_dup(req.page_path);
+    str_cut_at_last(dir, '/');
+    char* path = str_join(str_or_empty(dir), "/", str_or_empty(name), nullptr);
+    str_free(dir);
+    return path;
+}

@@ -1,0 +1,85 @@
+// The request record: the one global state of a request, filled at start-up and read by all.
+//
+// It sits in the interpreter's layer so that the interpreter, the CGI layer and the operator
+// families all read the same record; the CGI layer fills it (request_init in cgi/request.h).
+#ifndef TESSEL_INTERP_REQUEST_H
+#define TESSEL_INTERP_REQUEST_H
+
+#include <cstdio>
+
+struct operator_entry;
+struct form_entry;
+class sorted_map;
+class table_array;
+
+// The CGI variables, each the environment's value or a shared empty string (never null).
+struct cgi_vars {
+    const char* server_software = "";
+    const char* server_name = "";
+    const char* gateway_interface = "";
+    const char* server_protocol = "";
+    const char* server_port = "";
+    const char* request_method = "";
+    const char* request_uri = "";
+    const char* path_info = "";
+    const char* path_translated = "";
+    const char* script_name = "";
+    const char* query_string = "";
+    const char* remote_host = ""; // REMOTE_ADDR when the server sent no host name
+    const char* remote_addr = "";
+    const char* auth_type = "";
+    const char* remote_user = "";
+    const char* remote_ident = "";
+    const char* content_type = "";
+    const char* http_accept = "";
+    const char* http_user_agent = "";
+    const char* http_referer = "";
+    const char* http_cookie = "";
+    const char* document_root = "";
+};
+
+struct request_record {
+    // Binds the logs to page_path and log_names, and the case rule to source_charset.
+    request_record();
+    request_record(const request_record&) = delete;
+    request_record& operator=(const request_record&) = delete;
+
+    // Media type of the response: the literal "text/html" until `header` replaces it with a
+    // heap string (content_type_set tells which).
+    char* content_type = (char*)"text/html";
+    bool content_type_set = false; // `header` replaced the type: compaction keeps blanks
+    bool output_enabled = true;    // false once an operator wrote its own whole response
+    char* request_uri = nullptr;   // REQUEST_URI as it is after .profile
+    char* page_path = nullptr;     // PATH_TRANSLATED as read at start
+    cgi_vars cgi;
+    int content_length = 0;
+    FILE* output_stream = nullptr;
+    FILE* input_stream = nullptr;
+
+    form_entry* form_entries = nullptr;     // query-string entries, then body entries
+    form_entry* form_cursor = nullptr;      // next entry for form_find_next
+    const char* form_cursor_name = nullptr; // name being searched by form_find_next
+
+    int source_charset = 0; // code page of the page sources (SOURCE_CHARSET)
+    int output_charset = 0; // code page of the response (CHARSET)
+
+    operator_entry* operators = nullptr; // registry, in registration order
+    int depth = 0;                       // nesting counter of operator calls
+
+    sorted_map* macros = nullptr;    // macro name -> body
+    sorted_map* variables = nullptr; // variable store of `var` and `eval`
+    table_array* tables = nullptr;   // table registry, created when the table family registers
+    int escape_mode = 3;             // 1 none, 2 config, 3 html, 4 sql, 5 javascript
+    int compaction_enabled = 1;      // switched by `optimize`
+    int autoexec_running = 0;        // set while a definition file's "autoexec" runs
+
+    const char* log_names[2] = {"./access_log", "./error_log"}; // access log, error log
+};
+
+extern request_record req;
+
+// A file name resolved for the page: "/x" is DOCUMENT_ROOT followed by "/x"; anything else is
+// relative to the page's directory. Ownership: borrows name, new result.
+char* resolve_path(const char* name);
+
+#endif

@@ -1,0 +1,132 @@
+// The page main: .profile, checks, registration, macros, the page and the response.
+#include "program/page.h"
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <strings.h>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "cgi/log.h"
+#include "cgi/request.h"
+#include "core/str.h"
+#include "interp/macros.h"
+#include "ops/ops.h"
+
+namespace {
+
+#if defined(__SSE2__)
+// Bit i set when byte i of the 16 at p is a line break, or (html) a space or tab.
+unsigned blank_bits(const unsigned char* p, bool html)
+{
+    __m128i v = _mm_loadu_si128((const __m128i*)p);
+    __m128i m = _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\n')),
+                             _mm_cmpeq_epi8(v, _mm_set1_epi8('\r')));
+    if (html)
+        m = _mm_or_si128(m, _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(' ')),
+                                         _mm_cmpeq_epi8(v, _mm_set1_epi8('\t'))));
+    return (unsigned)_mm_movemask_epi8(m);
+}
+#endif
+
+// Runs of blanks shrink to their first character. With html set the set is space, tab and
+// line breaks and a leading run keeps one character; otherwise it is line breaks only and
+// leading line breaks all go (the state starts as if one had just been kept).
+void compact_runs(char* text, bool html)
+{
+    // Bit 1: a line break, a blank in both modes; bit 2: space or tab, a blank in HTML only.
+    static constexpr auto kinds = [] {
+        std::array<unsigned char, 256> k{};
+        k['\n'] = k['\r'] = 1;
+        k[' '] = k['\t'] = 2;
+        return k;
+    }();
+    constexpr int BLOCK = 16;
+    const unsigned char mask = html ? 3 : 1;
+    bool after_blank = !html;
+    const unsigned char* in = (const unsigned char*)text;
+    const unsigned char* end = in + strlen(text);
+    unsigned char* out = (unsigned char*)text;
+    while (in < end) {
+#if defined(__SSE2__)
+        // A block in which no blank follows a blank moves as a whole (the write position
+        // never passes the read position, so the store only covers bytes already read).
+        if (end - in >= BLOCK) {
+            unsigned blanks = blank_bits(in, html);
+            if (!(blanks & (blanks << 1)) && !(after_blank && (blanks & 1))) {
+                _mm_storeu_si128((__m128i*)out, _mm_loadu_si128((const __m128i*)in));
+                out += BLOCK;
+                in += BLOCK;
+                after_blank = blanks >> (BLOCK - 1);
+                continue;
+            }
+        }
+#endif
+        // Byte by byte: every byte is written, and the write position advances unless the
+        // byte is a blank right after a blank.
+        const unsigned char* stop = in + int_min(BLOCK, (int)(end - in));
+        for (; in < stop; in++) {
+            bool blank = kinds[*in] & mask;
+            *out = *in;
+            out += !(blank && after_blank);
+            after_blank = blank;
+        }
+    }
+    *out = '\0';
+}
+
+}  // namespace
+
+void apply_profile()
+{
+    char* text = read_file(".profile", false, false);
+    char* cursor = text;
+    // Only lines that end with a line feed count: a last line without one is not applied.
+    while (cursor) {
+        char* line = str_take_token(cursor, '\n');
+        if (!cursor)
+            break;
+        char* value = str_cut_at(line, '=');
+        if (value)
+            setenv(line, value, 1);
+    }
+    str_free(text);
+}
+
+void compact_page(char* text)
+{
+    if (text && req.compaction_enabled)
+        compact_runs(text, !req.content_type_set);
+}
+
+int render_page()
+{
+    apply_profile();
+    req.request_uri = str_dup(getenv("REQUEST_URI"));
+    req.page_path = str_dup(req.cgi.path_translated);
+    if (!str_nonempty(req.request_uri) || !str_nonempty(req.page_path))
+        fatal_error("%s", TESSEL_BANNER);
+    const char* script = req.cgi.script_name;
+    if (*script && strncmp(req.request_uri, script, strlen(script)) == 0)
+        fatal_error("illegal call");
+
+    register_all_operators();
+    macro_init();
+    char* page = load_page(req.page_path);
+    compact_page(page);
+    if (!page)
+        fatal_error("unable to print %s", req.page_path);
+
+    if (req.output_enabled) {
+        fprintf(req.output_stream, "Content-type: %s\nContent-length: %d\n\n", req.content_type,
+                (int)strlen(page));
+        fwrite(page, 1, strlen(page), req.output_stream);
+    }
+    str_free(page);
+    str_free(req.request_uri);
+    str_free(req.page_path);
+    req.request_uri = req.page_path = nullptr;
+    return 0;
+}

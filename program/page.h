@@ -1,0 +1,17 @@
+// The page main and its steps: .profile, checks, registration, macros, the page, the response.
+#ifndef TESSEL_PROGRAM_PAGE_H
+#define TESSEL_PROGRAM_PAGE_H
+
+// The banner shown when the program is run without a page.
+constexpr const char* TESSEL_BANNER = "tessel 1.0 (168mysql-omr2 build)";
+
+// The page main: .profile, checks, registration, macros, the page, the response. Returns 0.
+int render_page();
+
+// Applies ".profile" of the working directory: KEY=VALUE lines become environment variables.
+void apply_profile();
+
+// Squeezes runs of blanks (HTML) or of line breaks (other content types) in place.
+void compact_page(char* text);
+
+#endif
