@@ -242,8 +242,6 @@ const table* item_table(const char* name, const char*& item)
 {
     const char* sep = strstr(name, "::");
     item = sep ? sep + 2 : name;
-    if (!req.tables)
-        return nullptr;
     if (!sep || sep == name)
         return req.tables->get_current();
     std::string table_name(name, sep - name);
@@ -289,7 +287,7 @@ void name_operand(const char*& p, double& cur)
     char name[NAME_BUFFER];
     memcpy(name, start, len);
     name[len] = '\0';
-    const char* value = req.variables ? req.variables->get(name) : nullptr;
+    const char* value = req.variables->get(name);
     if (value)
         text_operand(value, cur);
     else

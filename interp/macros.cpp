@@ -17,13 +17,6 @@ namespace {
 
 constexpr const char* PARAM_NOT_FOUND = "[macro param name not found]";
 
-sorted_map& macro_table()
-{
-    if (!req.macros)
-        req.macros = new sorted_map;
-    return *req.macros;
-}
-
 bool is_digit(char c)
 {
     return c >= '0' && c <= '9';
@@ -35,7 +28,7 @@ class per_file_macros {
 public:
     per_file_macros()
     {
-        sorted_map& table = macro_table();
+        sorted_map& table = *req.macros;
         autoexec_ = str_dup(table.get("autoexec"));
         main_ = str_dup(table.get("main"));
         table.remove("autoexec");
@@ -43,8 +36,8 @@ public:
     }
     ~per_file_macros()
     {
-        macro_table().set_take("autoexec", autoexec_);
-        macro_table().set_take("main", main_);
+        req.macros->set_take("autoexec", autoexec_);
+        req.macros->set_take("main", main_);
     }
     per_file_macros(const per_file_macros&) = delete;
     per_file_macros& operator=(const per_file_macros&) = delete;
@@ -187,7 +180,6 @@ void use_file(char* path, str_builder& output)
 
 void macro_init()
 {
-    macro_table();
     if (define_macro_file("_macro.cfg", nullptr) > 0)
         return;
     str_holder site_file(resolve_path("/_macro.cfg"));
@@ -242,7 +234,7 @@ void macro_define(const char* header, const char* body)
     char* params = str_cut_at(name.get(), '[');
     if (params)
         str_cut_at(params, ']');
-    macro_table().set_take(name.get(), macro_rewrite_params(body, params));
+    req.macros->set_take(name.get(), macro_rewrite_params(body, params));
 }
 
 char* macro_rewrite_params(const char* body, const char* params)
@@ -273,7 +265,7 @@ char* macro_rewrite_params(const char* body, const char* params)
 
 const char* macro_body(const char* name)
 {
-    return req.macros ? req.macros->get(name) : nullptr;
+    return req.macros->get(name);
 }
 
 // ---- calls ------------------------------------------------------------------------------

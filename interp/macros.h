@@ -15,9 +15,8 @@
 
 // ---- start-up and pages -------------------------------------------------------------------
 
-// Creates the macro table (req.macros) when missing and defines the macros of "_macro.cfg"
-// in the working directory, or, when that defines none, of "/_macro.cfg" under
-// DOCUMENT_ROOT. The outputs of their "main" are discarded.
+// Defines the macros of "_macro.cfg" in the working directory, or, when that defines none,
+// of "/_macro.cfg" under DOCUMENT_ROOT. The outputs of their "main" are discarded.
 void macro_init();
 
 // Reads the page file (empty lines kept) and renders it: the expansion of its "main" when it

@@ -23,3 +23,9 @@ char* resolve_path(const char* name)
     str_free(dir);
     return path;
 }
+
+void store_current_table(table* t)
+{
+    if (t)
+        req.tables->store(t);
+}

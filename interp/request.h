@@ -7,10 +7,11 @@
 
 #include <cstdio>
 
+#include "core/sorted_map.h"
+#include "core/table.h"
+
 struct operator_entry;
 struct form_entry;
-class sorted_map;
-class table_array;
 
 // The CGI variables, each the environment's value or a shared empty string (never null).
 struct cgi_vars {
@@ -66,9 +67,11 @@ struct request_record {
     operator_entry* operators = nullptr; // registry, in registration order
     int depth = 0;                       // nesting counter of operator calls
 
-    sorted_map* macros = nullptr;    // macro name -> body
-    sorted_map* variables = nullptr; // variable store of `var` and `eval`
-    table_array* tables = nullptr;   // table registry, created when the table family registers
+    // The shared state of the operators, created with the record, so before any family
+    // registers, and kept until the process exits.
+    sorted_map* macros = new sorted_map;      // macro name -> body
+    sorted_map* variables = new sorted_map;   // variable store of `var` and `eval`
+    table_array* tables = new table_array;    // table registry
     int escape_mode = 3;             // 1 none, 2 config, 3 html, 4 sql, 5 javascript
     int compaction_enabled = 1;      // switched by `optimize`
     int autoexec_running = 0;        // set while a definition file's "autoexec" runs
@@ -81,5 +84,9 @@ extern request_record req;
 // A file name resolved for the page: "/x" is DOCUMENT_ROOT followed by "/x"; anything else is
 // relative to the page's directory. Ownership: borrows name, new result.
 char* resolve_path(const char* name);
+
+// Stores t in the table registry under the current table name (see table_array::store); a
+// null t stores nothing. Ownership: takes t.
+void store_current_table(table* t);
 
 #endif

@@ -19,13 +19,6 @@ namespace {
 // The most bodies one `while` expands; the 1000th pass ends the loop with a message.
 constexpr int MAX_WHILE_PASSES = 999;
 
-sorted_map& control_variables()
-{
-    if (!req.variables)
-        req.variables = new sorted_map;
-    return *req.variables;
-}
-
 // Strips text in place and evaluates it. Null on success; otherwise the evaluator's message
 // built with who ("[if: Syntax error near ...]"). Ownership: borrows both, new result.
 char* control_eval(char* text, const char* who, double& value)
@@ -84,12 +77,12 @@ class loop_variable {
 public:
     explicit loop_variable(const char* name) : name_(name)
     {
-        saved_ = str_dup(control_variables().get(name));
+        saved_ = str_dup(req.variables->get(name));
     }
-    ~loop_variable() { control_variables().set_take(name_, saved_); }
+    ~loop_variable() { req.variables->set_take(name_, saved_); }
     loop_variable(const loop_variable&) = delete;
     loop_variable& operator=(const loop_variable&) = delete;
-    void set(int value) { control_variables().set(name_, fmt_int(value)); }
+    void set(int value) { req.variables->set(name_, fmt_int(value)); }
 
 private:
     const char* name_;
@@ -104,7 +97,7 @@ char* op_var(int count, char** params)
         for (int i = 0; i < count; i++)
             expand_param(params, i);
     }
-    sorted_map& vars = control_variables();
+    sorted_map& vars = *req.variables;
     if (count <= 1) {
         expand_param(params, 0); // the name is expanded a second time
         char* copy = str_dup(vars.get(params[0]));
@@ -211,6 +204,5 @@ constexpr op_row rows[] = {
 
 void register_control_ops()
 {
-    control_variables();
     register_rows(rows);
 }

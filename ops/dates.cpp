@@ -80,7 +80,7 @@ time_t date_time(int year, int month, int day, int hour)
 // Stores a named table made from text under the current name. Ownership: takes text.
 void date_store(char* text)
 {
-    req.tables->store(new table_named(text));
+    store_current_table(new table_named(text));
 }
 
 char* date_stamp_text(const stamp& s)
@@ -130,8 +130,6 @@ char* op_loadtimestamp(int count, char** params)
         return page_error("[loadtimestamp: bad input date]");
     if (count == 1)
         date_parse(params[0], s);
-    if (!req.tables)
-        return nullptr;
     req.tables->remove_current();
     date_store(date_stamp_text(s));
     return nullptr;
@@ -141,7 +139,7 @@ char* op_loadtimestamp(int count, char** params)
 // counts as the length of the date's month (the one before when going back).
 char* op_dateoffset(int count, char** params)
 {
-    const table* current = req.tables ? req.tables->get_current() : nullptr;
+    const table* current = req.tables->get_current();
     if (!current)
         return nullptr;
     long long year = (long long)date_item(current, "year") + param_int(count, params, 0);
@@ -183,8 +181,6 @@ char* op_calendar(int count, char** params)
     struct tm d;
     if (day == -1 || !localtime_r(&day, &d))
         return page_error("[calendar: bad input date]");
-    if (!req.tables)
-        return nullptr;
     bool english = str_ends_with(mode, "eng");
     str_builder out;
     out.append(WEEK_HEADER);

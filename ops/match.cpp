@@ -128,16 +128,6 @@ table* match_table(const char* text, const regmatch_t* found, int groups)
     return result;
 }
 
-// Stores t under the current table name; dropped when there is no table registry.
-// Ownership: takes t.
-void match_store(table* t)
-{
-    if (req.tables)
-        req.tables->store(t);
-    else
-        delete t;
-}
-
 // One execution on text: "yes" or nothing without groups; with groups the match table is
 // stored on a match and the current table removed otherwise, and the result is nothing.
 char* match_test(const compiled_regex& re, const char* text)
@@ -149,8 +139,8 @@ char* match_test(const compiled_regex& re, const char* text)
     if (re.groups() == 0)
         return status == 0 ? str_dup("yes") : nullptr;
     if (status == 0)
-        match_store(match_table(text, found.data(), re.groups()));
-    else if (req.tables)
+        store_current_table(match_table(text, found.data(), re.groups()));
+    else
         req.tables->remove_current();
     return nullptr;
 }
@@ -158,15 +148,13 @@ char* match_test(const compiled_regex& re, const char* text)
 // Makes "match" the current table name for a scope and restores the previous name.
 class match_context {
 public:
-    match_context() : saved_(req.tables ? str_dup(req.tables->current_name()) : nullptr)
+    match_context() : saved_(str_dup(req.tables->current_name()))
     {
-        if (req.tables)
-            req.tables->set_current_name("match");
+        req.tables->set_current_name("match");
     }
     ~match_context()
     {
-        if (req.tables)
-            req.tables->set_current_name(saved_);
+        req.tables->set_current_name(saved_);
         str_free(saved_);
     }
     match_context(const match_context&) = delete;
@@ -181,7 +169,7 @@ char* match_expand_replacement(const char* replacement, const char* s, const reg
                                int groups)
 {
     match_context context;
-    match_store(match_table(s, found, groups));
+    store_current_table(match_table(s, found, groups));
     return expand_copy(replacement);
 }
 

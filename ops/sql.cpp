@@ -201,8 +201,7 @@ char* sql_failure(const char* query, table* result)
     str_holder text(str_join("[query \"", query, "\" ", pending_error, "]", nullptr));
     sql_clear_pending();
     delete result;
-    if (req.tables)
-        req.tables->remove_current();
+    req.tables->remove_current();
     return text.release();
 }
 
@@ -226,10 +225,7 @@ char* op_sql(int count, char** params)
     table* result = sql_run_query(query.get());
     if (pending_error)
         return sql_failure(query.get(), result);
-    if (result && req.tables)
-        req.tables->store(result);
-    else
-        delete result;
+    store_current_table(result);
     return nullptr;
 }
 

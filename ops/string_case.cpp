@@ -62,10 +62,7 @@ char* split_store(char** params, split_function split)
     const char* separator = str_nonempty(params[1]) ? params[1] : nullptr;
     char* line = separator ? split(str_dup(params[0]), separator)
                            : (params[0] ? str_join(params[0], "\t", nullptr) : nullptr);
-    if (req.tables)
-        req.tables->store(new table(line));
-    else
-        str_free(line);
+    store_current_table(new table(line));
     return nullptr;
 }
 

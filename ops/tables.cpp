@@ -28,7 +28,7 @@ table* tables_current()
 // Stores t under the current name. Ownership: takes t.
 void tables_store(std::unique_ptr<table> t)
 {
-    req.tables->store(t.release());
+    store_current_table(t.release());
 }
 
 // The value passed through the current output escaping. Ownership: takes value, new result.
@@ -393,9 +393,4 @@ constexpr op_row rows[] = {
 
 }  // namespace
 
-void register_table_ops()
-{
-    if (!req.tables)
-        req.tables = new table_array;
-    register_rows(rows);
-}
+void register_table_ops() { register_rows(rows); }
