@@ -15,8 +15,6 @@ namespace {
 constexpr int READ_PIECE = 1048576;       // the body is read in pieces of at most 1 MiB
 constexpr const char* FILE_VALUE = "(file)";  // what a file field reads as by name
 
-unsigned char hex_digit[256];
-
 // The last entry of the list, valid while req.form_entries is not null.
 form_entry* form_tail = nullptr;
 
@@ -24,15 +22,6 @@ form_entry* form_tail = nullptr;
 char* cursor_name = nullptr;
 
 // ---- building entries -------------------------------------------------------------------
-
-// A heap copy of len bytes that may hold NULs, always NUL-terminated. Ownership: new result.
-char* copy_bytes(const char* data, int len)
-{
-    char* s = static_cast<char*>(checked_malloc(len + 1));
-    memcpy(s, data, len);
-    s[len] = '\0';
-    return s;
-}
 
 // Appends an entry at the tail of the list. Ownership: takes name, value and file_name.
 void form_append(char* name, char* value, int length, char* file_name)
@@ -63,8 +52,7 @@ char* percent_decode(const char* text, int len)
         } else if (c == '%') {
             if (i + 2 >= len)
                 break;
-            out[n++] = static_cast<char>(16 * hex_digit[(unsigned char)text[i + 1]] +
-                                         hex_digit[(unsigned char)text[i + 2]]);
+            out[n++] = static_cast<char>(16 * str_hex_digit(text[i + 1]) + str_hex_digit(text[i + 2]));
             i += 2;
         } else {
             out[n++] = static_cast<char>(c);
@@ -160,7 +148,7 @@ void multipart_store_part(const char* body, int head, int data, int end)
         if (!file_name)
             file_name = str_dup("");
     }
-    char* value = copy_bytes(body + data, end - data);
+    char* value = str_copy_bytes(body + data, end - data);
     if (!file_name)  // text arrives in the browser's code page; pages are in the source one
         charset_convert(value, req.output_charset, req.source_charset);
     form_append(name, value, end - data, file_name);
@@ -209,36 +197,25 @@ const char* lookup_value(const form_entry* entry)
 {
     if (entry->file_name)
         return FILE_VALUE;
-    return entry->value ? entry->value : "";
+    return str_or_empty(entry->value);
 }
 
 bool name_matches(const form_entry* entry, const char* name)
 {
-    return strcmp(entry->name ? entry->name : "", name ? name : "") == 0;
+    return strcmp(str_or_empty(entry->name), str_or_empty(name)) == 0;
 }
 
 }  // namespace
 
 // ---- reading the request ------------------------------------------------------------------
 
-void form_init_hex()
-{
-    memset(hex_digit, 0, sizeof hex_digit);
-    for (int c = '0'; c <= '9'; c++)
-        hex_digit[c] = static_cast<unsigned char>(c - '0');
-    for (int c = 0; c < 6; c++) {
-        hex_digit['A' + c] = static_cast<unsigned char>(10 + c);
-        hex_digit['a' + c] = static_cast<unsigned char>(10 + c);
-    }
-}
-
-int form_decode_urlencoded(const char* text, int len)
+void form_decode_urlencoded(const char* text, int len)
 {
     int pos = 0;
     while (pos < len) {
         const char* eq = static_cast<const char*>(memchr(text + pos, '=', len - pos));
         if (!eq)
-            return 0;
+            return;
         int name_end = static_cast<int>(eq - text);
         int value_start = name_end + 1;
         const char* amp = static_cast<const char*>(memchr(text + value_start, '&',
@@ -248,21 +225,20 @@ int form_decode_urlencoded(const char* text, int len)
         char* value = percent_decode(text + value_start, value_end - value_start);
         form_append(name, value, static_cast<int>(strlen(value)), nullptr);
         if (!amp)
-            return 0;
+            return;
         pos = value_end + 1;
     }
-    return 0;
 }
 
-int read_query_string()
+void read_query_string()
 {
-    const char* query = req.cgi.query_string ? req.cgi.query_string : "";
-    return form_decode_urlencoded(query, static_cast<int>(strlen(query))) == 0 ? 0 : 1;
+    const char* query = str_or_empty(req.cgi.query_string);
+    form_decode_urlencoded(query, static_cast<int>(strlen(query)));
 }
 
 int form_decode_multipart(const char* body, int len, const char* content_type)
 {
-    const char* type = content_type ? content_type : "";
+    const char* type = str_or_empty(content_type);
     char* boundary = header_value(type, static_cast<int>(strlen(type)), "boundary=");
     if (!boundary)
         return 2;
@@ -309,8 +285,11 @@ int read_post_body(bool multipart)
         return 2;
     }
     body[got] = '\0';
-    int code = multipart ? form_decode_multipart(body, got, req.cgi.content_type)
-                         : form_decode_urlencoded(body, got);
+    int code = 0;
+    if (multipart)
+        code = form_decode_multipart(body, got, req.cgi.content_type);
+    else
+        form_decode_urlencoded(body, got);
     free(body);
     return code;
 }
@@ -336,7 +315,7 @@ void form_free_all()
 form_entry* form_find_first(const char* name)
 {
     str_free(cursor_name);
-    cursor_name = str_dup(name ? name : "");
+    cursor_name = str_dup(str_or_empty(name));
     req.form_cursor_name = cursor_name;
     req.form_cursor = req.form_entries;
     return form_find_next();

@@ -20,24 +20,20 @@ constexpr int FORM_TRUNCATED = 1;
 constexpr int FORM_NOT_A_NUMBER = 2;
 constexpr int FORM_EMPTY = 3;
 constexpr int FORM_NO_FIELD = 4;
-constexpr int FORM_NO_MEMORY = 7;
 
 // ---- reading the request ----------------------------------------------------------------
 
-// Sets up the hexadecimal digit table used by percent decoding.
-void form_init_hex();
-
-// Decodes QUERY_STRING into entries; 0 on success, 1 on failure.
-int read_query_string();
+// Decodes QUERY_STRING into entries.
+void read_query_string();
 
 // Reads CONTENT_LENGTH bytes of the input stream and decodes them as a multipart or an
 // urlencoded body; 0 success, 1 out of memory or undecodable, 2 short read or missing
 // boundary. A short read logs "cgiParsePostFormInput: cgiContentLength(N)!=read_size(M)".
 int read_post_body(bool multipart);
 
-// Decodes an urlencoded text of len bytes ("a=1&b=2") and appends its entries. Always 0: a
-// trailing piece without "=" is ignored. Ownership: borrows text.
-int form_decode_urlencoded(const char* text, int len);
+// Decodes an urlencoded text of len bytes ("a=1&b=2") and appends its entries; a trailing
+// piece without "=" is ignored. Ownership: borrows text.
+void form_decode_urlencoded(const char* text, int len);
 
 // Decodes a multipart body of len bytes split by the boundary named in content_type and
 // appends its entries; 2 when content_type names no boundary, else 0.

@@ -5,11 +5,12 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "core/str.h"
 #include "interp/request.h"
 
 void fatal_error(const char* format, ...)
 {
-    log_line(LOG_ERROR, "script error by host %s", getenv("REMOTE_ADDR") ?: "(null)");
+    log_line(LOG_ERROR, "script error by host %s", str_or_null(getenv("REMOTE_ADDR")));
     char message[1024];
     va_list args;
     va_start(args, format);

@@ -12,7 +12,7 @@ namespace {
 const char* cgi_var(const char* name)
 {
     const char* value = getenv(name);
-    return value ? value : "";
+    return str_or_empty(value);
 }
 
 }  // namespace

@@ -68,8 +68,7 @@ void str_free(void* s)
     free(s);
 }
 
-// A new string holding n bytes of s and a NUL.
-static char* copy_bytes(const char* s, size_t n)
+char* str_copy_bytes(const char* s, size_t n)
 {
     char* out = (char*)checked_malloc(n + 1);
     memcpy(out, s, n);
@@ -122,12 +121,12 @@ char* str_builder::take(bool null_if_empty)
 
 char* str_dup(const char* s)
 {
-    return s ? copy_bytes(s, strlen(s)) : nullptr;
+    return s ? str_copy_bytes(s, strlen(s)) : nullptr;
 }
 
 char* str_dup_n(const char* s, size_t n)
 {
-    return s ? copy_bytes(s, strnlen(s, n)) : nullptr;
+    return s ? str_copy_bytes(s, strnlen(s, n)) : nullptr;
 }
 
 char* str_sub(const char* s, int pos, int len)
@@ -137,7 +136,7 @@ char* str_sub(const char* s, int pos, int len)
     int size = (int)strlen(s);
     pos = int_max(0, int_min(pos, size));
     len = int_min(len, size - pos);
-    return len > 0 ? copy_bytes(s + pos, len) : nullptr;
+    return len > 0 ? str_copy_bytes(s + pos, len) : nullptr;
 }
 
 char* str_sub_take(char* s, int pos, int len)
@@ -523,7 +522,7 @@ void unlock_stream(FILE* stream)
 
 dir_walk::dir_walk(const char* path)
 {
-    snprintf(path_, sizeof path_, "%s", path ? path : "");
+    snprintf(path_, sizeof path_, "%s", str_or_empty(path));
     dir_ = opendir(path_);
 }
 

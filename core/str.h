@@ -7,6 +7,7 @@
 #ifndef TESSEL_CORE_STR_H
 #define TESSEL_CORE_STR_H
 
+#include <array>
 #include <cstddef>
 #include <cstdio>
 #include <ctime>
@@ -69,6 +70,10 @@ private:
 
 // Copy of s; null for null. Ownership: borrows s, new result.
 char* str_dup(const char* s);
+
+// Copy of n bytes at s, which may hold NULs, with a NUL after them; never null (n 0 gives
+// ""). Requires: s has n readable bytes. Ownership: borrows s, new result.
+char* str_copy_bytes(const char* s, size_t n);
 
 // Copy of at most n bytes of s, stopping early at a NUL; null for null s.
 // Ownership: borrows s, new result.
@@ -184,6 +189,20 @@ bool str_lower_bound(int count, KeyAt key_at, const char* key, int& pos)
     pos = low;
     return found;
 }
+
+// Value of each byte as a hexadecimal digit: "0".."9", "A".."F" and "a".."f" are 0..15, every
+// other byte 0 (so a bad escape decodes as a digit 0 rather than failing).
+inline constexpr std::array<unsigned char, 256> STR_HEX_DIGITS = [] {
+    std::array<unsigned char, 256> digits{};
+    for (int i = 0; i < 10; i++)
+        digits['0' + i] = (unsigned char)i;
+    for (int i = 0; i < 6; i++)
+        digits['A' + i] = digits['a' + i] = (unsigned char)(10 + i);
+    return digits;
+}();
+
+// The value of c as a hexadecimal digit, 0 when it is none (see STR_HEX_DIGITS).
+inline int str_hex_digit(char c) { return STR_HEX_DIGITS[(unsigned char)c]; }
 
 // True when s is non-empty and all bytes are '0'..'9'.
 bool str_is_digits(const char* s);

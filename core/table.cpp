@@ -10,16 +10,6 @@ constexpr int TABLE_DELTA = 16;
 constexpr int REGISTRY_LIMIT = 5;
 constexpr int REGISTRY_DELTA = 5;
 
-// A heap copy of n bytes; rows are never null slots, so an empty row is an empty string
-// (a null slot would vanish at the next pack).
-char* copy_row(const char* start, size_t n)
-{
-    char* row = (char*)checked_malloc(n + 1);
-    memcpy(row, start, n);
-    row[n] = '\0';
-    return row;
-}
-
 // Cuts the header copy at its TABs into a null-terminated array of column names.
 char** split_columns(char* header)
 {
@@ -68,10 +58,10 @@ void table::add_rows_from(const char* text)
     while (*start) {
         const char* end = strchr(start, '\n');
         if (!end) {
-            append(copy_row(start, strlen(start)));
+            append(str_copy_bytes(start, strlen(start)));
             return;
         }
-        append(copy_row(start, end - start));
+        append(str_copy_bytes(start, end - start));
         start = end + 1;
     }
 }
@@ -127,7 +117,7 @@ bool table::locate_exact(const char* column, const char* value)
 
 bool table::locate_prefix(int column, const char* value)
 {
-    const char* text = value ? value : "";
+    const char* text = str_or_empty(value);
     int best_length = -1, best_row = 0;
     for (int i = 0; i < count(); i++) {
         current_ = i;
@@ -176,12 +166,12 @@ void table::set_name(const char* name)
 
 void table::add_row(const char* row)
 {
-    append(copy_row(row ? row : "", row ? strlen(row) : 0));
+    append(str_dup(str_or_empty(row)));
 }
 
 void table::insert_row(int index, const char* row)
 {
-    insert(index, copy_row(row ? row : "", row ? strlen(row) : 0));
+    insert(index, str_dup(str_or_empty(row)));
 }
 
 // ---- table_named ------------------------------------------------------------------------
@@ -194,7 +184,7 @@ table_named::table_named(char* text)
             *rest++ = '\0';
         add_rows_from(rest);
         char* header = str_dup(text);
-        columns_ = split_columns(header ? header : copy_row("", 0));
+        columns_ = split_columns(header ? header : str_copy_bytes("", 0));
     }
     str_free(text);
 }
@@ -204,11 +194,6 @@ table_named::~table_named()
     if (columns_)
         str_free(columns_[0]);
     str_free(columns_);
-}
-
-char* table_named::item_by_index(int column) const
-{
-    return table::item_by_index(column);
 }
 
 char* table_named::item_by_name(const char* name) const

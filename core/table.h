@@ -60,7 +60,7 @@ public:
 
     // Copy of cell `column` of the current row; null when there is no current row, no such
     // cell, or the cell is empty. Ownership: new result.
-    virtual char* item_by_index(int column) const;
+    char* item_by_index(int column) const;
 
     // The column given by name. A plain table reads the name as a number (str_to_int), so
     // non-numeric text selects column 0. Ownership: borrows name, new result.
@@ -133,8 +133,6 @@ public:
     // absent text has no columns. Ownership: takes text.
     explicit table_named(char* text);
     ~table_named() override;
-
-    char* item_by_index(int column) const override;
 
     // All-digit text is a column number; otherwise the first column of exactly that name; an
     // unknown name gives "[invalid item name NAME]". Ownership: borrows name, new result.

@@ -64,19 +64,12 @@ char* escape_copying(const char* text, int mode)
     return out.take(false);
 }
 
-int hex_digit(char c)
-{
-    static const char digits[] = "0123456789ABCDEF";
-    const char* at = c ? strchr(digits, toupper((unsigned char)c)) : nullptr;
-    return at ? (int)(at - digits) : 0;
-}
-
 } // namespace
 
 int escape_mode_set(int mode)
 {
     int previous = req.escape_mode;
-    if (mode != 0)
+    if (mode != ESCAPE_MODE_KEEP)
         req.escape_mode = mode;
     return previous;
 }
@@ -84,9 +77,9 @@ int escape_mode_set(int mode)
 int escape_mode_by_name(const char* name)
 {
     int previous = req.escape_mode;
-    for (int i = 0; i < 5; i++)
-        if (str_equal(name, MODE_NAMES[i]))
-            req.escape_mode = i + 1;
+    for (int mode = ESCAPE_MODE_NONE; mode <= ESCAPE_MODE_JAVASCRIPT; mode++)
+        if (str_equal(name, MODE_NAMES[mode - ESCAPE_MODE_NONE]))
+            req.escape_mode = mode;
     return previous;
 }
 
@@ -115,6 +108,14 @@ char* escape_apply(char* text, bool tab_fix)
     return result;
 }
 
+char* escape_take(char* text)
+{
+    char* escaped = escape_apply(text, false);
+    if (escaped != text)
+        str_free(text);
+    return escaped;
+}
+
 char* url_decode(const char* text)
 {
     if (!text)
@@ -124,7 +125,7 @@ char* url_decode(const char* text)
         if (*p == '+') {
             out.append(' ');
         } else if (*p == '%' && p[1] && p[2]) {
-            out.append((char)(16 * hex_digit(p[1]) + hex_digit(p[2])));
+            out.append((char)(16 * str_hex_digit(p[1]) + str_hex_digit(p[2])));
             p += 2;
         } else {
             out.append(*p);

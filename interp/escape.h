@@ -1,19 +1,20 @@
 // Output escaping of inserted data by the current mode, and URL decoding of single values.
 //
 // A null string reads as empty text. The current mode lives in req.escape_mode and starts at
-// 3 ("html"). Operators that insert data into a page pass it through escape_apply.
+// 3 ("html"). Operators that insert data into a page pass it through escape_take.
 #ifndef TESSEL_INTERP_ESCAPE_H
 #define TESSEL_INTERP_ESCAPE_H
 
 // ---- modes ------------------------------------------------------------------------------
 
+constexpr int ESCAPE_MODE_KEEP = 0;       // for escape_mode_set: change nothing
 constexpr int ESCAPE_MODE_NONE = 1;       // "none": unchanged
 constexpr int ESCAPE_MODE_CONFIG = 2;     // "config": tabs and newlines become blanks
 constexpr int ESCAPE_MODE_HTML = 3;       // "html": tab to blank, quote and angle brackets
 constexpr int ESCAPE_MODE_SQL = 4;        // "sql": backslash escapes, tab parked as byte 7
 constexpr int ESCAPE_MODE_JAVASCRIPT = 5; // "javascript": backslash escapes, bytes 209, 255
 
-// Returns the current mode and, unless mode is 0, makes mode current.
+// Returns the current mode and, unless mode is ESCAPE_MODE_KEEP, makes mode current.
 int escape_mode_set(int mode);
 
 // Returns the current mode and, when name is exactly one of "none", "config", "html", "sql",
@@ -44,6 +45,11 @@ private:
 // is outside 1..5. Callers free the result when it differs from text.
 // Ownership: borrows text (may change it in place), result is text or new.
 char* escape_apply(char* text, bool tab_fix);
+
+// Escapes text by the current mode (escape_apply without the tab fix): what an operator does
+// with data it inserts into the page. Null for null text or a mode outside 1..5.
+// Ownership: takes text, new result.
+char* escape_take(char* text);
 
 // ---- URL decoding -----------------------------------------------------------------------
 

@@ -258,13 +258,9 @@ void item_operand(const char* name, double& cur)
         expr_status = EXPR_BAD_NAME;
         return;
     }
-    str_holder text(t->item_by_name(item));
-    if (!text.get())
-        return;
-    char* escaped = escape_apply(text.get(), false);
-    str_holder escaped_copy(escaped != text.get() ? escaped : nullptr);
-    if (escaped)
-        text_operand(escaped, cur);
+    str_holder escaped(escape_take(t->item_by_name(item)));
+    if (escaped.get())
+        text_operand(escaped.get(), cur);
 }
 
 bool is_name_char(char c)
@@ -546,7 +542,7 @@ double evaluate(const char*& position, int mode)
 
 double expr_evaluate_text(const char* text, const char*& rest)
 {
-    rest = text ? text : "";
+    rest = str_or_empty(text);
     return evaluate(rest, EXPR_WHOLE);
 }
 
@@ -564,8 +560,8 @@ char* expr_strip(char* text)
 
 char* expr_error_message(const char* name, const char* rest)
 {
-    return str_join("[", name ? name : "", ": ", expr_status_text(expr_status), " near '",
-                    rest ? rest : "", "']", nullptr);
+    return str_join("[", str_or_empty(name), ": ", expr_status_text(expr_status), " near '",
+                    str_or_empty(rest), "']", nullptr);
 }
 
 int expr_to_int(double value)

@@ -59,16 +59,6 @@ private:
     int saved_;
 };
 
-// Runs a macro without arguments through the `macro` operator, so the call counts towards
-// the nesting limit like any other. Ownership: new result.
-char* run_macro(const char* name)
-{
-    char* slots[1] = {str_dup(name)};
-    char* result = call_operator("macro", 1, slots);
-    str_free(slots[0]);
-    return result;
-}
-
 // The first header line of text: the text itself when it begins with "@", else the line
 // after the first newline followed by "@"; null when there is none. Ownership: view.
 char* first_header(char* text)
@@ -144,7 +134,7 @@ std::vector<std::string> split_param_names(const char* params)
 // The per-directory files from the file system root down to the page's directory.
 void use_tessel_cfg_walk(str_builder& output)
 {
-    const char* page = req.page_path ? req.page_path : "";
+    const char* page = str_or_empty(req.page_path);
     for (const char* slash = strchr(page, '/'); slash; slash = strchr(slash + 1, '/')) {
         std::string path(page, slash - page);
         path += "/_tessel.cfg";
@@ -213,10 +203,10 @@ int define_macros(char* text, str_builder* output)
     int defined = define_headers(header);
     if (macro_body("autoexec")) {
         autoexec_flag flag;
-        str_free(run_macro("autoexec"));
+        str_free(macro_run("autoexec"));
     }
     if (output && macro_body("main")) {
-        str_holder main_output(run_macro("main"));
+        str_holder main_output(macro_run("main"));
         output->append(main_output.get());
     }
     return defined;
@@ -273,7 +263,7 @@ const char* macro_body(const char* name)
 char* macro_substitute(const char* body, int count, char** params)
 {
     str_builder out;
-    for (const char* p = body ? body : ""; *p;) {
+    for (const char* p = str_or_empty(body); *p;) {
         if (p[0] != '$' || (p[1] != '$' && !is_digit(p[1]))) {
             out.append(*p++);
             continue;
@@ -291,6 +281,25 @@ char* macro_substitute(const char* body, int count, char** params)
             out.append(params[number]);
     }
     return out.take(true);
+}
+
+char* macro_run(const char* name, std::initializer_list<const char*> arguments)
+{
+    // The slots of the call: the `macro` operator may replace them, the caller frees them.
+    struct call_slots {
+        char* slots[MAX_PARAMS] = {};
+        int count = 0;
+        ~call_slots()
+        {
+            while (count > 0)
+                str_free(slots[--count]);
+        }
+    } call;
+    call.slots[call.count++] = str_dup(name);
+    for (const char* argument : arguments)
+        if (call.count < MAX_PARAMS)
+            call.slots[call.count++] = str_dup(argument);
+    return call_operator("macro", call.count, call.slots);
 }
 
 char* macro_call(int count, char** params)

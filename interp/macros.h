@@ -11,6 +11,8 @@
 #ifndef TESSEL_INTERP_MACROS_H
 #define TESSEL_INTERP_MACROS_H
 
+#include <initializer_list>
+
 #include "core/str.h"
 
 // ---- start-up and pages -------------------------------------------------------------------
@@ -58,6 +60,12 @@ char* macro_substitute(const char* body, int count, char** params);
 // Runs macro params[0] (expanded in place first) with the arguments params[1..count-1]:
 // the substituted body expanded, or "[undefined macro NAME]". Ownership: new result.
 char* macro_call(int count, char** params);
+
+// Calls the named macro with the given arguments through the `macro` operator, so the call
+// counts towards the nesting limit like any other: how the engine itself runs a macro such as
+// "SERVER_ERROR" or "main". Arguments past the most a call may carry are dropped.
+// Ownership: borrows all, new result.
+char* macro_run(const char* name, std::initializer_list<const char*> arguments = {});
 
 // The work of macro_use[name]: "tessel.cfg" reads every "/_tessel.cfg" from the root down to
 // the page's directory; "a/b.cfg" reads "a/_b.cfg" beside the page ("/a/b.cfg" under

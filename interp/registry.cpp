@@ -1,7 +1,7 @@
 // The operator registry and the expander.
 //
-// The registry is a list in registration order (first registration of a name wins) with a hash
-// index beside it, so a lookup costs the same whatever the number of operators. The expander
+// The registry is a hash index from name to entry (the first registration of a name wins), so a
+// lookup costs the same whatever the number of operators. The expander
 // reads its input once, left to right, and writes into a separate output buffer: a result is
 // appended and never rescanned, which is exactly what splicing it into the text and scanning on
 // after it would do, without copying the rest of the text for every call.
@@ -101,18 +101,12 @@ struct depth_guard {
 }  // namespace
 
 void register_operator(const char* name, operator_handler handler, int param_count,
-                       unsigned flags)
+                       unsigned flags, const char* source)
 {
     if (!str_nonempty(name) || find_operator(name))
         return;
     auto* entry = (operator_entry*)checked_malloc(sizeof(operator_entry));
-    *entry = {nullptr, handler, str_dup(name), param_count, flags};
-    static operator_entry* tail = nullptr;
-    if (!req.operators)
-        req.operators = entry;
-    else
-        tail->next = entry;
-    tail = entry;
+    *entry = {handler, str_dup(name), param_count, flags, source};
     registry_index().emplace(entry->name, entry);
 }
 
@@ -123,6 +117,14 @@ const operator_entry* find_operator(const char* name)
     auto& index = registry_index();
     auto found = index.find(name);
     return found == index.end() ? nullptr : found->second;
+}
+
+std::vector<const operator_entry*> registered_operators()
+{
+    std::vector<const operator_entry*> entries;
+    for (const auto& [name, entry] : registry_index())
+        entries.push_back(entry);
+    return entries;
 }
 
 char* call_operator(const char* name, int count, char** params)
@@ -209,6 +211,11 @@ char* expand_copy(const char* text)
 int param_int(int count, char** params, int i)
 {
     return str_to_int(param_text(count, params, i));
+}
+
+int expand_param_int(int count, char** params, int i)
+{
+    return str_to_int(expand_param_text(count, params, i));
 }
 
 char* page_error(const char* text)

@@ -3,6 +3,8 @@
 #define TESSEL_INTERP_REGISTRY_H
 
 #include <cstddef>
+#include <source_location>
+#include <vector>
 
 // A handler reads (count, params) and returns a new heap string or null. The parameter slots
 // belong to the expander: a handler may replace a slot (with a heap string or null) but never
@@ -19,11 +21,11 @@ constexpr int MAX_PARAMS = 19;
 constexpr int MAX_DEPTH = 999;
 
 struct operator_entry {
-    operator_entry* next;
     operator_handler handler;
     char* name;
-    int param_count;  // 0: any number
+    int param_count;     // 0: any number
     unsigned flags;
+    const char* source;  // the source file whose register_rows added it; null otherwise
 };
 
 // One row of a family's registration table.
@@ -34,18 +36,24 @@ struct op_row {
     unsigned flags;
 };
 
-// Adds an operator at the tail of the registry. Ignored for a null or empty name and for a
-// name that is registered already: the first registration wins. Ownership: borrows name.
+// Adds an operator to the registry. Ignored for a null or empty name and for a
+// name that is registered already: the first registration wins. source names the file that
+// registers it (kept for tests and diagnostics). Ownership: borrows name, borrows source for
+// the life of the process.
 void register_operator(const char* name, operator_handler handler, int param_count,
-                       unsigned flags);
+                       unsigned flags, const char* source = nullptr);
 
-// Registers each row in order.
+// Registers each row in order, noting the calling file (ops/<family>.cpp) as their source.
 template <size_t N>
-void register_rows(const op_row (&rows)[N])
+void register_rows(const op_row (&rows)[N],
+                   const std::source_location& where = std::source_location::current())
 {
     for (const op_row& row : rows)
-        register_operator(row.name, row.handler, row.param_count, row.flags);
+        register_operator(row.name, row.handler, row.param_count, row.flags, where.file_name());
 }
+
+// Every registered entry, in no particular order. Ownership: view.
+std::vector<const operator_entry*> registered_operators();
 
 // The entry registered under name (exact bytes), null when none or name is null.
 // Ownership: view.
@@ -66,6 +74,16 @@ char* expand_in_place(char* text);
 inline void expand_param(char** params, int i)
 {
     params[i] = expand_in_place(params[i]);
+}
+
+// Expands parameter slot i in place when the call has it and returns the slot: null when the
+// call has fewer parameters. Ownership: view (the slot stays the expander's).
+inline char* expand_param_text(int count, char** params, int i)
+{
+    if (i >= count)
+        return nullptr;
+    expand_param(params, i);
+    return params[i];
 }
 
 // As expand_in_place, but text is freed even when an exception passes through: for a text
@@ -92,6 +110,9 @@ inline const char* param_or(int count, char** params, int i, const char* fallbac
     const char* p = param_text(count, params, i);
     return p && *p ? p : fallback;
 }
+
+// expand_param_text read as atoi reads it; 0 when absent.
+int expand_param_int(int count, char** params, int i);
 
 // A new copy of a literal page error such as "[if: wrong param count]". Ownership: new result.
 char* page_error(const char* text);

@@ -9,8 +9,8 @@
 
 #include "core/sorted_map.h"
 #include "core/table.h"
+#include "interp/escape.h"
 
-struct operator_entry;
 struct form_entry;
 
 // The CGI variables, each the environment's value or a shared empty string (never null).
@@ -45,10 +45,9 @@ struct request_record {
     request_record(const request_record&) = delete;
     request_record& operator=(const request_record&) = delete;
 
-    // Media type of the response: the literal "text/html" until `header` replaces it with a
-    // heap string (content_type_set tells which).
-    char* content_type = (char*)"text/html";
-    bool content_type_set = false; // `header` replaced the type: compaction keeps blanks
+    // Media type of the response as `header` set it, owned; null until then, when the type
+    // is DEFAULT_CONTENT_TYPE (see response_content_type) and compaction squeezes blanks.
+    char* content_type = nullptr;
     bool output_enabled = true;    // false once an operator wrote its own whole response
     char* request_uri = nullptr;   // REQUEST_URI as it is after .profile
     char* page_path = nullptr;     // PATH_TRANSLATED as read at start
@@ -64,7 +63,6 @@ struct request_record {
     int source_charset = 0; // code page of the page sources (SOURCE_CHARSET)
     int output_charset = 0; // code page of the response (CHARSET)
 
-    operator_entry* operators = nullptr; // registry, in registration order
     int depth = 0;                       // nesting counter of operator calls
 
     // The shared state of the operators, created with the record, so before any family
@@ -72,7 +70,7 @@ struct request_record {
     sorted_map* macros = new sorted_map;      // macro name -> body
     sorted_map* variables = new sorted_map;   // variable store of `var` and `eval`
     table_array* tables = new table_array;    // table registry
-    int escape_mode = 3;             // 1 none, 2 config, 3 html, 4 sql, 5 javascript
+    int escape_mode = ESCAPE_MODE_HTML; // current output escaping (interp/escape.h)
     int compaction_enabled = 1;      // switched by `optimize`
     int autoexec_running = 0;        // set while a definition file's "autoexec" runs
 
@@ -80,6 +78,16 @@ struct request_record {
 };
 
 extern request_record req;
+
+// The media type of a response nobody set one for.
+constexpr const char* DEFAULT_CONTENT_TYPE = "text/html";
+
+// The media type of the response: the one `header` set, else DEFAULT_CONTENT_TYPE.
+// Ownership: view.
+inline const char* response_content_type()
+{
+    return req.content_type ? req.content_type : DEFAULT_CONTENT_TYPE;
+}
 
 // A file name resolved for the page: "/x" is DOCUMENT_ROOT followed by "/x"; anything else is
 // relative to the page's directory. Ownership: borrows name, new result.

@@ -44,10 +44,10 @@ char* op_auth(int count, char** params)
 {
     const char* user = param_text(count, params, 0);
     const char* path = param_text(count, params, 1);
-    str_holder needle(str_join(" ", user ? user : "", " ", nullptr));
+    str_holder needle(str_join(" ", str_or_empty(user), " ", nullptr));
     const char* root = getenv("DOCUMENT_ROOT");
     str_holder start(str_nonempty(path) && path[0] == '/'
-                         ? str_join(root ? root : "", path, nullptr)
+                         ? str_join(str_or_empty(root), path, nullptr)
                          : resolve_path(path));
     char* dir = start.get();
     while (dir && str_cut_at_last(dir, '/')) {

@@ -127,7 +127,7 @@ char* op_optionset(int, char** params)
 char* op_optionclear(int, char** params)
 {
     char* list = params[0];
-    std::string_view gone = params[1] ? params[1] : "";
+    std::string_view gone = str_or_empty(params[1]);
     for (std::string_view item : option_split(list)) {
         if (item != gone)
             continue;

@@ -28,15 +28,6 @@ char* control_eval(char* text, const char* who, double& value)
     return expr_status == EXPR_OK ? nullptr : expr_error_message(who, rest);
 }
 
-// Expands parameter i in place when the call has it; the slot (or null) either way.
-char* control_expand(int count, char** params, int i)
-{
-    if (i >= count)
-        return nullptr;
-    expand_param(params, i);
-    return params[i];
-}
-
 // A copy of parameter i expanded, null when the call has none. Ownership: new result.
 char* control_branch(int count, char** params, int i)
 {
@@ -65,7 +56,7 @@ char* var_compute(const char* old, const char* op, char* operand)
     if (str_equal(op, "+") || str_equal(op, "-") || str_equal(op, "*") || str_equal(op, "/"))
         return str_dup(fmt_int(control_int_op(op[0], str_to_int(old), str_to_int(operand))));
     if (str_equal(op, "."))
-        return str_join(old ? old : "", operand ? operand : "", nullptr);
+        return str_join(str_or_empty(old), str_or_empty(operand), nullptr);
     double value;
     char* error = control_eval(operand, "var", value);
     return error ? error : format_number(value, op);
@@ -100,11 +91,7 @@ char* op_var(int count, char** params)
     sorted_map& vars = *req.variables;
     if (count <= 1) {
         expand_param(params, 0); // the name is expanded a second time
-        char* copy = str_dup(vars.get(params[0]));
-        char* escaped = escape_apply(copy, false);
-        if (escaped != copy)
-            str_free(copy);
-        return escaped;
+        return escape_take(str_dup(vars.get(params[0])));
     }
     if (count == 2)
         vars.set(params[0], params[1]);
@@ -125,7 +112,7 @@ char* op_eval(int count, char** params)
 char* op_if(int count, char** params)
 {
     double value;
-    char* error = control_eval(control_expand(count, params, 0), "if", value);
+    char* error = control_eval(expand_param_text(count, params, 0), "if", value);
     if (error)
         return error;
     if (count <= 3)
@@ -163,10 +150,10 @@ char* op_while(int, char** params)
 // value back afterwards.
 char* op_for(int count, char** params)
 {
-    const char* name = control_expand(count, params, 0);
-    char* from_text = control_expand(count, params, 1);
-    char* to_text = control_expand(count, params, 2);
-    const char* separator = control_expand(count, params, 4);
+    const char* name = expand_param_text(count, params, 0);
+    char* from_text = expand_param_text(count, params, 1);
+    char* to_text = expand_param_text(count, params, 2);
+    const char* separator = expand_param_text(count, params, 4);
     double from, to;
     if (char* error = control_eval(from_text, "for from", from))
         return error;

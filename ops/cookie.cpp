@@ -24,7 +24,7 @@ constexpr const char* MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
 char* cookie_encode(const char* value)
 {
     str_builder out;
-    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(value ? value : "");
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(str_or_empty(value));
          *p; p++) {
         if (needs_url_escape(*p)) {
             out.append('%');
@@ -73,14 +73,10 @@ char* cookie_read(const char* wanted)
         char* value = str_cut_at(name, '=');
         while (*name == ' ' || *name == '\t')
             name++;
-        if (strcmp(name, wanted ? wanted : "") != 0)
+        if (strcmp(name, str_or_empty(wanted)) != 0)
             continue;
         str_cut_at(value, ' ');
-        char* decoded = url_decode(value);
-        char* escaped = escape_apply(decoded, false);
-        if (escaped != decoded)
-            str_free(decoded);
-        return escaped;
+        return escape_take(url_decode(value));
     }
     return nullptr;
 }

@@ -218,7 +218,7 @@ char* op_match(int count, char** params)
         return nullptr;
     const char* flags = count > 2 ? params[1] : nullptr;
     str_holder pattern(match_rewrite(str_dup(params[0])));
-    compiled_regex re(pattern.get() ? pattern.get() : "", match_compile_flags(flags));
+    compiled_regex re(str_or_empty(pattern.get()), match_compile_flags(flags));
     if (re.status() != 0)
         return match_error(re.status(), re.get());
     if (count < 4)

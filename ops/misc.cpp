@@ -86,7 +86,7 @@ char* op_process(int count, char** params)
 char* op_level(int, char** params)
 {
     expand_param(params, 0);
-    escape_mode_scope scope(0);  // restores the mode in force now
+    escape_mode_scope scope(ESCAPE_MODE_KEEP);  // restores the mode in force now
     escape_mode_by_name(params[0]);
     return expand_copy(params[1]);
 }

@@ -41,15 +41,6 @@ field_fetch request_fetch_field(const char* name)
     return result;
 }
 
-// Text escaped by the current mode. Ownership: takes text, new result.
-char* request_escaped(char* text)
-{
-    char* escaped = escape_apply(text, false);
-    if (escaped != text)
-        str_free(text);
-    return escaped;
-}
-
 // True for digits with an optional sign and an optional fraction; no digit is required, so a
 // lone sign or dot counts as a number too. Empty text is not a number.
 bool request_is_number(const char* s)
@@ -81,8 +72,8 @@ char* op_form(int count, char** params)
     const char* name = param_text(count, params, 0);
     field_fetch field = request_fetch_field(name);
     if (field.too_long)
-        return str_join("[form element ", name ? name : "", " exceeds maxlength]", nullptr);
-    return request_escaped(field.value);
+        return str_join("[form element ", str_or_empty(name), " exceeds maxlength]", nullptr);
+    return escape_take(field.value);
 }
 
 // number[name]: the field's value when it reads as a number, else "0".
@@ -113,7 +104,7 @@ char* op_env(int count, char** params)
     const char* name = param_text(count, params, 0);
     if (!str_nonempty(name))
         return nullptr;
-    return request_escaped(str_dup(getenv(name)));
+    return escape_take(str_dup(getenv(name)));
 }
 
 // uri[]: the request URI.
@@ -136,7 +127,7 @@ char* op_combine(int count, char** params)
         joined.append(*v);
     }
     form_free_values(values);
-    return request_escaped(joined.take(true));
+    return escape_take(joined.take(true));
 }
 
 // browser[kind;highest]: the major version of an "ie" or "nn" browser up to highest.
@@ -170,14 +161,12 @@ char* op_header(int count, char** params)
     if (strcasecmp(name, "content-type") == 0) {
         if (!str_nonempty(value))
             return nullptr;
-        if (req.content_type_set)
-            str_free(req.content_type);
+        str_free(req.content_type);
         req.content_type = str_dup(value);
-        req.content_type_set = true;
         return nullptr;
     }
     char line[HEADER_BUFFER];
-    snprintf(line, sizeof line, "%s: %s\n", name, value ? value : "");
+    snprintf(line, sizeof line, "%s: %s\n", name, str_or_empty(value));
     fputs(line, req.output_stream ? req.output_stream : stdout);
     return nullptr;
 }

@@ -196,7 +196,7 @@ char* op_sort(int, char** params)
     table* t = req.tables->get_current();
     if (!t || t->count() < 1)
         return nullptr;
-    sort_table(sort_job{params[0], spec.get() ? spec.get() : "", t});
+    sort_table(sort_job{params[0], str_or_empty(spec.get()), t});
     t->set_current(0);
     return nullptr;
 }

@@ -9,6 +9,7 @@
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"
+#include "interp/macros.h"
 #include "interp/registry.h"
 #include "ops/ops.h"
 
@@ -23,7 +24,13 @@ constexpr unsigned DEFAULT_PORT = 3306;
 // a connection, which is kept on purpose.
 const mysql_client* client = nullptr;
 mysql_conn* connection = nullptr;
-char* pending_error = nullptr; // "[sql WHAT error: MESSAGE]" until the operator consumes it
+
+// What a query gives: a table for a result set, or the failure text "[sql WHAT error:
+// MESSAGE]"; neither for a statement without a result set. Both are owned by the receiver.
+struct sql_result {
+    table* rows = nullptr;
+    char* error = nullptr;
+};
 
 // The parts of a connection string user:password@host:port/database; absent parts are null.
 struct sql_target {
@@ -49,40 +56,31 @@ sql_target sql_parse_target(char* text)
     return target;
 }
 
-// Logs "sql WHAT error: MESSAGE" and sets the pending error. The message is the client's
-// last error, or "not connected" without a connection, unless one is given. Returns null.
-table* sql_report_error(const char* what, const char* message = nullptr)
+// Logs "sql WHAT error: MESSAGE" and returns "[sql WHAT error: MESSAGE]". The message is the
+// client's last error, or "not connected" without a connection, unless one is given.
+// Ownership: new result.
+char* sql_report_error(const char* what, const char* message = nullptr)
 {
     if (!message)
         message = connection ? client->error(connection) : "not connected";
     log_line(LOG_ERROR, "sql %s error: %s", what, message);
-    str_free(pending_error);
-    pending_error = str_join("[sql ", what, " error: ", message, "]", nullptr);
-    return nullptr;
+    return str_join("[sql ", what, " error: ", message, "]", nullptr);
 }
 
-void sql_clear_pending()
-{
-    str_free(pending_error);
-    pending_error = nullptr;
-}
-
-bool sql_connect(const sql_target& target)
+// Opens the connection; null on success, else the error text. Ownership: new result.
+char* sql_connect(const sql_target& target)
 {
     const char* load_error = nullptr;
     client = mysql_client_load(&load_error);
     connection = nullptr;
-    if (!client) {
-        sql_report_error("connect", load_error);
-        return false;
-    }
+    if (!client)
+        return sql_report_error("connect", load_error);
     connection = client->init(nullptr);
     if (connection &&
         client->real_connect(connection, target.host, target.user, target.password, target.database,
                              target.port ? target.port : DEFAULT_PORT, nullptr, 0))
-        return true;
-    sql_report_error("connect");
-    return false;
+        return nullptr;
+    return sql_report_error("connect");
 }
 
 void sql_disconnect()
@@ -92,15 +90,11 @@ void sql_disconnect()
     connection = nullptr;
 }
 
-// Closes the connection and drops the pending error when the `server` call is left, also by
-// a lock violation out of the body or out of SERVER_ERROR, so no later `sql` sees the error.
+// Closes the connection when the `server` call is left, also by a lock violation out of the
+// body or out of SERVER_ERROR.
 struct sql_connection_scope {
     sql_connection_scope() = default;
-    ~sql_connection_scope()
-    {
-        sql_disconnect();
-        sql_clear_pending();
-    }
+    ~sql_connection_scope() { sql_disconnect(); }
     sql_connection_scope(const sql_connection_scope&) = delete;
     sql_connection_scope& operator=(const sql_connection_scope&) = delete;
 };
@@ -147,21 +141,22 @@ table* sql_shape_result(mysql_result* result)
     return shaped;
 }
 
-// Runs one query (recoded in place to the database code page). A new table for a result set;
-// null with no error for a statement without one; null with the pending error on failure.
-table* sql_run_query(char* query)
+// Runs one query (recoded in place to the database code page): its table, its error, or
+// neither for a statement without a result set.
+sql_result sql_run_query(char* query)
 {
     if (!connection)
-        return sql_report_error("query");
+        return {nullptr, sql_report_error("query")};
     charset_convert(query, req.source_charset, DATABASE_CHARSET);
     if (client->query(connection, query) != 0)
-        return sql_report_error("query");
+        return {nullptr, sql_report_error("query")};
     mysql_result* result = client->store_result(connection);
     if (!result)
-        return client->field_count(connection) ? sql_report_error("store query result") : nullptr;
+        return {nullptr, client->field_count(connection) ? sql_report_error("store query result")
+                                                         : nullptr};
     table* shaped = sql_shape_result(result);
     client->free_result(result);
-    return shaped;
+    return {shaped, nullptr};
 }
 
 // The query text with " limit OFFSET,COUNT" when either is non-zero. Ownership: takes query,
@@ -177,30 +172,11 @@ char* sql_add_limit(char* query, int count, int offset)
     return limited;
 }
 
-// Expands parameter i in place and reads it as a decimal number; 0 when absent.
-int sql_expand_int(int count, char** params, int i)
-{
-    if (i < count)
-        expand_param(params, i);
-    return str_to_int(param_text(count, params, i));
-}
-
-// What the site's SERVER_ERROR macro makes of the pending error. Ownership: new result.
-char* sql_server_error()
-{
-    struct macro_params {
-        char* slots[2];
-        ~macro_params() { str_free(slots[0]), str_free(slots[1]); }
-    } call{{str_dup("SERVER_ERROR"), str_dup(pending_error)}};
-    return call_operator("macro", 2, call.slots);
-}
-
 // The failure text of `sql`; also drops the current table so that no stale result is read.
-char* sql_failure(const char* query, table* result)
+// Ownership: borrows both, new result.
+char* sql_failure(const char* query, const char* error)
 {
-    str_holder text(str_join("[query \"", query, "\" ", pending_error, "]", nullptr));
-    sql_clear_pending();
-    delete result;
+    str_holder text(str_join("[query \"", query, "\" ", error, "]", nullptr));
     req.tables->remove_current();
     return text.release();
 }
@@ -210,22 +186,25 @@ char* op_server(int, char** params)
     expand_param(params, 0);
     sql_target target = sql_parse_target(params[0]);
     sql_connection_scope scope;
-    return sql_connect(target) ? expand_copy(params[1]) : sql_server_error();
+    str_holder error(sql_connect(target));
+    return error.get() ? macro_run("SERVER_ERROR", {error.get()}) : expand_copy(params[1]);
 }
 
 char* op_sql(int count, char** params)
 {
     escape_mode_scope sql_mode(ESCAPE_MODE_SQL);
     str_holder query(expand_copy(param_text(count, params, 0)));
-    int rows = sql_expand_int(count, params, 1);
-    int offset = sql_expand_int(count, params, 2);
+    int rows = expand_param_int(count, params, 1);
+    int offset = expand_param_int(count, params, 2);
     query.reset(sql_add_limit(query.release(), rows, offset));
     if (!query.get())
         query.reset(str_dup(""));
-    table* result = sql_run_query(query.get());
-    if (pending_error)
-        return sql_failure(query.get(), result);
-    store_current_table(result);
+    sql_result result = sql_run_query(query.get());
+    if (result.error) {
+        str_holder error(result.error);
+        return sql_failure(query.get(), error.get());
+    }
+    store_current_table(result.rows);
     return nullptr;
 }
 

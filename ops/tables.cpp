@@ -15,11 +15,6 @@ namespace {
 
 // ---- helpers ----------------------------------------------------------------------------
 
-const char* or_empty(const char* s)
-{
-    return s ? s : "";
-}
-
 table* tables_current()
 {
     return req.tables->get_current();
@@ -29,15 +24,6 @@ table* tables_current()
 void tables_store(std::unique_ptr<table> t)
 {
     store_current_table(t.release());
-}
-
-// The value passed through the current output escaping. Ownership: takes value, new result.
-char* tables_escape(char* value)
-{
-    char* escaped = escape_apply(value, false);
-    if (escaped != value)
-        str_free(value);
-    return escaped;
 }
 
 // Makes name the current table name for its lifetime, then restores the previous one.
@@ -88,7 +74,7 @@ void tables_loop(table* t, str_builder& out, const char* message, Body body)
 // The "_" file for file in dir: "dir/<dirs of file>/_<base name>". Ownership: new result.
 char* tables_file_name(const char* dir, const char* file)
 {
-    str_holder candidate(str_join(dir, "/", file ? file : "", nullptr));
+    str_holder candidate(str_join(dir, "/", str_or_empty(file), nullptr));
     char* base = str_cut_at_last(candidate.get(), '/');
     return str_join(candidate.get(), "/_", base, nullptr);
 }
@@ -310,11 +296,11 @@ char* item_neighbour(int step, const char* column)
 {
     table* t = tables_current();
     if (!t)
-        return tables_escape(nullptr);
+        return escape_take(nullptr);
     t->shift(step);
     char* value = t->item_by_name(column);
     t->shift(-step);
-    return tables_escape(value);
+    return escape_take(value);
 }
 
 char* op_item(int count, char** params)
@@ -334,7 +320,7 @@ char* op_item(int count, char** params)
         return str_dup(fmt_int(t->current() + 1));
     if (str_equal(column, "count"))
         return str_dup(fmt_int(t->count()));
-    return tables_escape(t->item_by_name(column));
+    return escape_take(t->item_by_name(column));
 }
 
 char* op_table(int count, char** params)
@@ -353,9 +339,7 @@ char* op_table(int count, char** params)
 
 char* op_menu(int count, char** params)
 {
-    if (count >= 2)
-        expand_param(params, 1);
-    const char* separator = or_empty(param_text(count, params, 1));
+    const char* separator = str_or_empty(expand_param_text(count, params, 1));
     table* t = tables_current();
     if (!t)
         return nullptr;

@@ -31,15 +31,14 @@ int read_body()
 int main()
 {
     umask(002);
-    form_init_hex();
     request_init();
-    if (read_query_string() != 0 ||
-        (strcasecmp(req.cgi.request_method, "post") == 0 && read_body() != 0)) {
+    read_query_string();
+    if (strcasecmp(req.cgi.request_method, "post") == 0 && read_body() != 0) {
         form_free_all();
         return 255;
     }
-    int status = render_page();
+    render_page();
     form_free_all();
     fflush(stdout);
-    return status;
+    return 0;
 }

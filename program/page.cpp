@@ -98,10 +98,10 @@ void apply_profile()
 void compact_page(char* text)
 {
     if (text && req.compaction_enabled)
-        compact_runs(text, !req.content_type_set);
+        compact_runs(text, !req.content_type);
 }
 
-int render_page()
+void render_page()
 {
     apply_profile();
     req.request_uri = str_dup(getenv("REQUEST_URI"));
@@ -120,7 +120,7 @@ int render_page()
         fatal_error("unable to print %s", req.page_path);
 
     if (req.output_enabled) {
-        fprintf(req.output_stream, "Content-type: %s\nContent-length: %d\n\n", req.content_type,
+        fprintf(req.output_stream, "Content-type: %s\nContent-length: %d\n\n", response_content_type(),
                 (int)strlen(page));
         fwrite(page, 1, strlen(page), req.output_stream);
     }
@@ -128,5 +128,4 @@ int render_page()
     str_free(req.request_uri);
     str_free(req.page_path);
     req.request_uri = req.page_path = nullptr;
-    return 0;
 }

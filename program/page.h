@@ -5,8 +5,8 @@
 // The banner shown when the program is run without a page.
 constexpr const char* TESSEL_BANNER = "tessel 1.0 (168mysql-omr2 build)";
 
-// The page main: .profile, checks, registration, macros, the page, the response. Returns 0.
-int render_page();
+// The page main: .profile, checks, registration, macros, the page, the response.
+void render_page();
 
 // Applies ".profile" of the working directory: KEY=VALUE lines become environment variables.
 void apply_profile();

@@ -23,7 +23,6 @@ class Form : public testing::Test {
 protected:
     void SetUp() override
     {
-        form_init_hex();
         req.form_entries = nullptr;
         req.cgi.query_string = "";
         req.cgi.content_type = "";
@@ -111,7 +110,7 @@ std::string field(const char* name)
 TEST_F(Form, QueryStringKeepsArrivalOrderAndRepeats)
 {
     req.cgi.query_string = "a=1&b=2&a=3";
-    ASSERT_EQ(read_query_string(), 0);
+    read_query_string();
     EXPECT_EQ(entries(), (strings{"a=1", "b=2", "a=3"}));
     form_entry* e = form_find_first("a");
     ASSERT_TRUE(e);
@@ -126,7 +125,7 @@ TEST_F(Form, QueryStringKeepsArrivalOrderAndRepeats)
 TEST_F(Form, PercentDecoding)
 {
     req.cgi.query_string = "a=x+y%41&b=%4&c=%4g&d=%e4%E4&e%3d=%3D";
-    ASSERT_EQ(read_query_string(), 0);
+    read_query_string();
     EXPECT_EQ(entries(), (strings{"a=x yA", "b=", "c=@", "d=\xe4\xe4", "e==="}));
 }
 

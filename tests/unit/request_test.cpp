@@ -19,9 +19,9 @@ std::string own(char* s)
 std::string compacted(const char* text, bool header_set)
 {
     char* copy = str_dup(text);
-    req.content_type_set = header_set;
+    req.content_type = header_set ? (char*)"text/plain" : nullptr;
     compact_page(copy);
-    req.content_type_set = false;
+    req.content_type = nullptr;
     return own(copy);
 }
 
