@@ -5,6 +5,7 @@ A case file holds sections opened by "=== kind [arg]" lines; a section's content
 next such line, without its final newline. Kinds: page, file, env, stdin, expect, body,
 contains, status, error_log, after. @ROOT@ stands for the case's site folder everywhere.
 """
+import difflib
 import os
 import re
 import subprocess
@@ -110,6 +111,15 @@ def check(sections, root, result):
     return failures
 
 
+def unified_diff(what, want, got):
+    """The difference as a unified diff of lines, each line shown as a byte literal so that
+    tabs, carriage returns and a missing last line feed are visible."""
+    def lines(data):
+        return [repr(line)[2:-1] + "\n" for line in data.splitlines(True)]
+    diff = difflib.unified_diff(lines(want), lines(got), f"{what} expected", f"{what} got")
+    return "".join(diff) or f"--- {what}: expected {want!r}, got {got!r}\n"
+
+
 def read(path):
     try:
         with open(path, "rb") as f:
@@ -128,7 +138,7 @@ def main():
                                 env=build_env(sections, root, page), timeout=60)
         failures = check(sections, root, result)
         for what, want, got in failures:
-            print(f"--- {what}: expected\n{want!r}\n--- got\n{got!r}")
+            print(unified_diff(what, want, got))
         if result.stderr:
             print("--- stderr\n" + result.stderr.decode("latin-1"))
     sys.exit(1 if failures else 0)
