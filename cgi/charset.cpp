@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "interp/request.h"
 #include "core/str.h"
+#include "interp/request.h"
 
 namespace {
 

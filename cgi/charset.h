@@ -14,9 +14,9 @@ char* url_encode(const char* text);
 char* cookie_value_out(const char* text);
 
 // Header writers on the output stream.
-void write_location(const char* url);                 // "Location: %s\n\n"
-void write_status(int code, const char* reason);      // "Status: %d %s\n\n"
-void write_content_type(const char* type);            // "Content-type: %s\n\n"
+void write_location(const char* url);            // "Location: %s\n\n"
+void write_status(int code, const char* reason); // "Status: %d %s\n\n"
+void write_content_type(const char* type);       // "Content-type: %s\n\n"
 // "Set-Cookie: NAME=VALUE; path=/SUFFIX\n" with name and value url_encode'd.
 void write_cookie(const char* name, const char* value, const char* path_suffix);
 

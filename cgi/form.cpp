@@ -6,14 +6,14 @@
 #include <cstring>
 
 #include "cgi/charset.h"
-#include "core/log.h"
 #include "cgi/request.h"
+#include "core/log.h"
 #include "core/str.h"
 
 namespace {
 
-constexpr int READ_PIECE = 1048576;       // the body is read in pieces of at most 1 MiB
-constexpr const char* FILE_VALUE = "(file)";  // what a file field reads as by name
+constexpr int READ_PIECE = 1048576;          // the body is read in pieces of at most 1 MiB
+constexpr const char* FILE_VALUE = "(file)"; // what a file field reads as by name
 
 // The last entry of the list, valid while req.form_entries is not null.
 form_entry* form_tail = nullptr;
@@ -52,7 +52,8 @@ char* percent_decode(const char* text, int len)
         } else if (c == '%') {
             if (i + 2 >= len)
                 break;
-            out[n++] = static_cast<char>(16 * str_hex_digit(text[i + 1]) + str_hex_digit(text[i + 2]));
+            out[n++] =
+                static_cast<char>(16 * str_hex_digit(text[i + 1]) + str_hex_digit(text[i + 2]));
             i += 2;
         } else {
             out[n++] = static_cast<char>(c);
@@ -149,7 +150,7 @@ void multipart_store_part(const char* body, int head, int data, int end)
             file_name = str_dup("");
     }
     char* value = str_copy_bytes(body + data, end - data);
-    if (!file_name)  // text arrives in the browser's code page; pages are in the source one
+    if (!file_name) // text arrives in the browser's code page; pages are in the source one
         charset_convert(value, req.output_charset, req.source_charset);
     form_append(name, value, end - data, file_name);
 }
@@ -205,7 +206,7 @@ bool name_matches(const form_entry* entry, const char* name)
     return strcmp(str_or_empty(entry->name), str_or_empty(name)) == 0;
 }
 
-}  // namespace
+} // namespace
 
 // ---- reading the request ------------------------------------------------------------------
 
@@ -218,8 +219,8 @@ void form_decode_urlencoded(const char* text, int len)
             return;
         int name_end = static_cast<int>(eq - text);
         int value_start = name_end + 1;
-        const char* amp = static_cast<const char*>(memchr(text + value_start, '&',
-                                                          len - value_start));
+        const char* amp =
+            static_cast<const char*>(memchr(text + value_start, '&', len - value_start));
         int value_end = amp ? static_cast<int>(amp - text) : len;
         char* name = percent_decode(text + pos, name_end - pos);
         char* value = percent_decode(text + value_start, value_end - value_start);
@@ -274,13 +275,13 @@ int read_post_body(bool multipart)
     while (got < wanted) {
         size_t piece = static_cast<size_t>(int_min(wanted - got, READ_PIECE));
         size_t n = fread(body + got, 1, piece, in);
-        if (n == 0)  // end of input or an error: a body shorter than announced
+        if (n == 0) // end of input or an error: a body shorter than announced
             break;
         got += static_cast<int>(n);
     }
     if (got != wanted) {
-        log_line(LOG_ERROR, "cgiParsePostFormInput: cgiContentLength(%d)!=read_size(%d)",
-                 wanted, got);
+        log_line(LOG_ERROR, "cgiParsePostFormInput: cgiContentLength(%d)!=read_size(%d)", wanted,
+                 got);
         free(body);
         return 2;
     }

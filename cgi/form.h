@@ -8,10 +8,10 @@
 // One field occurrence, in arrival order (query string first, then the body).
 struct form_entry {
     char* name;
-    char* value;        // NUL-terminated; may hold binary bytes for a file
+    char* value; // NUL-terminated; may hold binary bytes for a file
     form_entry* next;
-    int length;         // bytes in value
-    char* file_name;    // client file name of an uploaded file; null for ordinary fields
+    int length;      // bytes in value
+    char* file_name; // client file name of an uploaded file; null for ordinary fields
 };
 
 // Result codes of the lookups.

@@ -18,9 +18,11 @@ void fatal_error(const char* format, ...)
     va_end(args);
     log_line(LOG_ERROR, "%s", message);
     FILE* out = req.output_stream ? req.output_stream : stdout;
-    fprintf(out, "Content-type: text/html\n\n"
-                 "<html><head><title>Error!</title></head><body bgcolor=white><h2>\n"
-                 "%s</h2></body></html>\n", message);
+    fprintf(out,
+            "Content-type: text/html\n\n"
+            "<html><head><title>Error!</title></head><body bgcolor=white><h2>\n"
+            "%s</h2></body></html>\n",
+            message);
     fflush(out);
     exit(253);
 }

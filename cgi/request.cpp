@@ -15,7 +15,7 @@ const char* cgi_var(const char* name)
     return str_or_empty(value);
 }
 
-}  // namespace
+} // namespace
 
 void request_init()
 {

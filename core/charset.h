@@ -7,11 +7,11 @@
 
 // Code-page numbers. KOI8-R is the pivot of every conversion.
 constexpr int CHARSET_NONE = 0;
-constexpr int CHARSET_WIN = 1;   // Windows-1251
-constexpr int CHARSET_KOI = 2;   // KOI8-R
-constexpr int CHARSET_ALT = 3;   // CP866
-constexpr int CHARSET_MAC = 4;   // Mac Cyrillic
-constexpr int CHARSET_ISO = 5;   // ISO 8859-5
+constexpr int CHARSET_WIN = 1; // Windows-1251
+constexpr int CHARSET_KOI = 2; // KOI8-R
+constexpr int CHARSET_ALT = 3; // CP866
+constexpr int CHARSET_MAC = 4; // Mac Cyrillic
+constexpr int CHARSET_ISO = 5; // ISO 8859-5
 
 // The code page named in value: the first of "WIN", "1251", "KOI", "ALT", "DOS", "866",
 // "MAC", "ISO" found in its upper-cased text; 0 for none or null.

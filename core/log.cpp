@@ -40,7 +40,7 @@ void write_log_line(int selector, const char* format, va_list args)
         close(fd);
 }
 
-}  // namespace
+} // namespace
 
 void log_bind(char* const* page_path, const char* const* files)
 {

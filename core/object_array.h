@@ -29,8 +29,7 @@ public:
 // An array of `limit` pointer slots, `count` of them in use (null slots may sit inside the
 // used range). The array owns what its slots point to: heap strings are released with
 // str_free, objects through their virtual destructor. Not copyable.
-template <typename T>
-class object_array : public tobject {
+template <typename T> class object_array : public tobject {
 public:
     // Requires: delta >= 0 ("array negative delta").
     object_array(int limit, int delta) : delta_(delta)
@@ -139,8 +138,7 @@ private:
     int count_ = 0;
 };
 
-template <typename T>
-void object_array<T>::set_limit(int n)
+template <typename T> void object_array<T>::set_limit(int n)
 {
     if (n == limit_)
         return;
@@ -158,8 +156,7 @@ void object_array<T>::set_limit(int n)
     limit_ = n;
 }
 
-template <typename T>
-void object_array<T>::put(int index, T* item)
+template <typename T> void object_array<T>::put(int index, T* item)
 {
     while (index >= limit_)
         increase();
@@ -173,8 +170,7 @@ void object_array<T>::put(int index, T* item)
     items_[index] = item;
 }
 
-template <typename T>
-void object_array<T>::insert(int index, T* item)
+template <typename T> void object_array<T>::insert(int index, T* item)
 {
     if (index < 0)
         fatal_log("array negative insert index");
@@ -190,8 +186,7 @@ void object_array<T>::insert(int index, T* item)
     items_[index] = item;
 }
 
-template <typename T>
-void object_array<T>::pack()
+template <typename T> void object_array<T>::pack()
 {
     int kept = 0;
     for (int i = 0; i < count_; i++)

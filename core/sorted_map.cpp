@@ -17,7 +17,8 @@ sorted_map::~sorted_map()
 
 bool sorted_map::find(const char* key, int& pos) const
 {
-    return str_lower_bound(count_, [this](int i) { return keys_[i]; }, key, pos);
+    return str_lower_bound(
+        count_, [this](int i) { return keys_[i]; }, key, pos);
 }
 
 const char* sorted_map::get(const char* key) const

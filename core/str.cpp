@@ -3,9 +3,9 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdint>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
@@ -416,7 +416,7 @@ void file_clean_text(char* text, bool drop_blank_lines)
     bool line_start = true;
     while (*in) {
         char c = *in;
-        if (line_start && c == '#') {  // a comment line goes with its line end
+        if (line_start && c == '#') { // a comment line goes with its line end
             const char* end = strchr(in, '\n');
             in = end ? end + 1 : in + strlen(in);
         } else if (c == '\r') {
@@ -427,7 +427,7 @@ void file_clean_text(char* text, bool drop_blank_lines)
             in++;
             line_start = true;
         } else {
-            size_t n = strcspn(in, "\r\n");  // the rest of the line moves as one block
+            size_t n = strcspn(in, "\r\n"); // the rest of the line moves as one block
             if (out != in)
                 memmove(out, in, n);
             out += n;

@@ -36,8 +36,18 @@ public:
     str_holder& operator=(const str_holder&) = delete;
     char* get() const { return s_; }
     char*& ref() { return s_; }
-    char* release() { char* s = s_; s_ = nullptr; return s; }
-    void reset(char* s) { str_free(s_); s_ = s; }
+    char* release()
+    {
+        char* s = s_;
+        s_ = nullptr;
+        return s;
+    }
+    void reset(char* s)
+    {
+        str_free(s_);
+        s_ = s;
+    }
+
 private:
     char* s_;
 };
@@ -52,7 +62,7 @@ public:
     // Makes room for size bytes in all, so appending up to there does not reallocate.
     void reserve(size_t size);
     void append(const char* s, size_t n);
-    void append(const char* s);  // null appends nothing
+    void append(const char* s); // null appends nothing
     void append(char c) { append(&c, 1); }
     size_t size() const { return size_; }
     // The text built so far (never null). Ownership: view.
@@ -60,6 +70,7 @@ public:
     // Hands the text over and empties the builder: "" when nothing was appended, or null when
     // null_if_empty is set. Ownership: new result.
     char* take(bool null_if_empty);
+
 private:
     char* data_ = nullptr;
     size_t size_ = 0;
@@ -154,7 +165,10 @@ int str_len0(const char* s);
 // s, or "(null)" for null (for printing). Ownership: view.
 const char* str_or_null(const char* s);
 // s, or "" for null: a text to print or compare where null must read as empty. Ownership: view.
-inline const char* str_or_empty(const char* s) { return s ? s : ""; }
+inline const char* str_or_empty(const char* s)
+{
+    return s ? s : "";
+}
 // Null equals only null; otherwise exact byte comparison.
 bool str_equal(const char* a, const char* b);
 // First occurrence of t in s; null when either is null. Ownership: view into s.
@@ -171,8 +185,7 @@ int str_compare(const char* a, const char* b);
 // Binary search over count keys in ascending str_compare order, key_at(i) giving key i. True
 // when key is present; pos is the lower bound (the first key not less than key), which is the
 // match when found.
-template <typename KeyAt>
-bool str_lower_bound(int count, KeyAt key_at, const char* key, int& pos)
+template <typename KeyAt> bool str_lower_bound(int count, KeyAt key_at, const char* key, int& pos)
 {
     int low = 0, high = count - 1;
     bool found = false;
@@ -202,14 +215,23 @@ inline constexpr std::array<unsigned char, 256> STR_HEX_DIGITS = [] {
 }();
 
 // The value of c as a hexadecimal digit, 0 when it is none (see STR_HEX_DIGITS).
-inline int str_hex_digit(char c) { return STR_HEX_DIGITS[(unsigned char)c]; }
+inline int str_hex_digit(char c)
+{
+    return STR_HEX_DIGITS[(unsigned char)c];
+}
 
 // True when s is non-empty and all bytes are '0'..'9'.
 bool str_is_digits(const char* s);
 // atoi of s, 0 for null.
 int str_to_int(const char* s);
-inline int int_max(int a, int b) { return a > b ? a : b; }
-inline int int_min(int a, int b) { return a < b ? a : b; }
+inline int int_max(int a, int b)
+{
+    return a > b ? a : b;
+}
+inline int int_min(int a, int b)
+{
+    return a < b ? a : b;
+}
 
 // Formatters into one static 1024-byte buffer each, valid until the same formatter is
 // called again. Ownership: view of a static buffer.
@@ -262,6 +284,7 @@ public:
     const char* name() const { return name_; }
     const struct stat& info() const { return info_; }
     void close();
+
 private:
     void* dir_ = nullptr;
     char path_[1000] = {};
@@ -272,9 +295,9 @@ private:
 // A child process with any of its standard streams on pipes. Unused pipes stay -1.
 struct child_process {
     pid_t pid = -1;
-    int in_fd = -1;   // write end of the child's standard input
-    int out_fd = -1;  // read end of the child's standard output
-    int err_fd = -1;  // read end of the child's standard error
+    int in_fd = -1;  // write end of the child's standard input
+    int out_fd = -1; // read end of the child's standard output
+    int err_fd = -1; // read end of the child's standard error
 };
 
 // Runs program with one argument (null for none) and pipes for the streams asked for;

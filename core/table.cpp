@@ -28,7 +28,7 @@ char** split_columns(char* header)
     return columns;
 }
 
-}  // namespace
+} // namespace
 
 int table_cell_length(const char* cell)
 {

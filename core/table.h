@@ -145,14 +145,13 @@ public:
     const char* column_name(int i) const;
 
 private:
-    char** columns_ = nullptr;  // null-terminated; columns_[0] owns the header copy
+    char** columns_ = nullptr; // null-terminated; columns_[0] owns the header copy
 };
 
 // ---- sorted_array<table, char*> -------------------------------------------------------
 
 // Tables kept in ascending order of name, found by binary search. Owns its tables.
-template <typename T, typename K>
-class sorted_array : public object_array<T> {
+template <typename T, typename K> class sorted_array : public object_array<T> {
 public:
     sorted_array(int limit, int delta) : object_array<T>(limit, delta) {}
 

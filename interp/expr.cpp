@@ -11,11 +11,11 @@
 #include <cstring>
 #include <string>
 
-#include "interp/request.h"
 #include "core/sorted_map.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"
+#include "interp/request.h"
 
 int expr_status = EXPR_OK;
 

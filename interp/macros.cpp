@@ -8,10 +8,10 @@
 #include <sys/stat.h>
 #include <vector>
 
-#include "interp/request.h"
 #include "core/sorted_map.h"
 #include "core/str.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 
 namespace {
 
@@ -181,7 +181,7 @@ char* load_page(const char* path)
     char* text = read_file(path, false, false);
     if (!text)
         return nullptr;
-    if (!first_header(text))  // no definitions: spare a copy of a page that may be large
+    if (!first_header(text)) // no definitions: spare a copy of a page that may be large
         return expand_in_place(text);
     str_holder copy(str_dup(text));
     str_builder output;

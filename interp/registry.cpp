@@ -12,8 +12,8 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "interp/request.h"
 #include "core/str.h"
+#include "interp/request.h"
 
 namespace {
 
@@ -51,7 +51,7 @@ bool store_param(param_slots& params, const char* text, size_t start, size_t end
     int len = (int)(end - start);
     const char* p = text + start;
     char* value = len > 0 && p[0] == '`' && p[len - 1] == '`' ? copy_range(p + 1, len - 2)
-                                                             : copy_range(p, len);
+                                                              : copy_range(p, len);
     params.slots[params.count++] = value;
     return params.count <= MAX_PARAMS;
 }
@@ -80,7 +80,7 @@ size_t scan_params(const char* text, size_t open, param_slots& params)
             start = i + 1;
         }
         if (c == '`')
-            quoted = !quoted;  // an escaped backquote toggles too
+            quoted = !quoted; // an escaped backquote toggles too
         if (escaped)
             escaped = false;
         else if (c == '^')
@@ -98,10 +98,10 @@ struct depth_guard {
     ~depth_guard() { req.depth--; }
 };
 
-}  // namespace
+} // namespace
 
-void register_operator(const char* name, operator_handler handler, int param_count,
-                       unsigned flags, const char* source)
+void register_operator(const char* name, operator_handler handler, int param_count, unsigned flags,
+                       const char* source)
 {
     if (!str_nonempty(name) || find_operator(name))
         return;
@@ -153,7 +153,7 @@ char* expand_in_place(char* text)
     str_builder out;
     size_t size = strlen(text);
     out.reserve(size);  // most pages come out about as long as they went in
-    size_t bracket = 0;  // cached position of the next "[" (size when there is none)
+    size_t bracket = 0; // cached position of the next "[" (size when there is none)
     bool searched = false;
     size_t i = 0;
     while (i < size) {
@@ -188,7 +188,7 @@ char* expand_in_place(char* text)
         i = close + 1;
         if (out.size() == 0 && i >= size) {
             str_free(text);
-            return nullptr;  // the last call left the whole text empty
+            return nullptr; // the last call left the whole text empty
         }
     }
     str_free(text);
@@ -197,9 +197,9 @@ char* expand_in_place(char* text)
 
 char* expand_taken(char* text)
 {
-    str_holder held(text);  // frees the text when an exception passes through
+    str_holder held(text); // frees the text when an exception passes through
     char* out = expand_in_place(text);
-    held.release();  // expand_in_place has freed it
+    held.release(); // expand_in_place has freed it
     return out;
 }
 

@@ -23,9 +23,9 @@ constexpr int MAX_DEPTH = 999;
 struct operator_entry {
     operator_handler handler;
     char* name;
-    int param_count;     // 0: any number
+    int param_count; // 0: any number
     unsigned flags;
-    const char* source;  // the source file whose register_rows added it; null otherwise
+    const char* source; // the source file whose register_rows added it; null otherwise
 };
 
 // One row of a family's registration table.
@@ -40,8 +40,8 @@ struct op_row {
 // name that is registered already: the first registration wins. source names the file that
 // registers it (kept for tests and diagnostics). Ownership: borrows name, borrows source for
 // the life of the process.
-void register_operator(const char* name, operator_handler handler, int param_count,
-                       unsigned flags, const char* source = nullptr);
+void register_operator(const char* name, operator_handler handler, int param_count, unsigned flags,
+                       const char* source = nullptr);
 
 // Registers each row in order, noting the calling file (ops/<family>.cpp) as their source.
 template <size_t N>

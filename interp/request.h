@@ -48,9 +48,9 @@ struct request_record {
     // Media type of the response as `header` set it, owned; null until then, when the type
     // is DEFAULT_CONTENT_TYPE (see response_content_type) and compaction squeezes blanks.
     char* content_type = nullptr;
-    bool output_enabled = true;    // false once an operator wrote its own whole response
-    char* request_uri = nullptr;   // REQUEST_URI as it is after .profile
-    char* page_path = nullptr;     // PATH_TRANSLATED as read at start
+    bool output_enabled = true;  // false once an operator wrote its own whole response
+    char* request_uri = nullptr; // REQUEST_URI as it is after .profile
+    char* page_path = nullptr;   // PATH_TRANSLATED as read at start
     cgi_vars cgi;
     int content_length = 0;
     FILE* output_stream = nullptr;
@@ -63,16 +63,16 @@ struct request_record {
     int source_charset = 0; // code page of the page sources (SOURCE_CHARSET)
     int output_charset = 0; // code page of the response (CHARSET)
 
-    int depth = 0;                       // nesting counter of operator calls
+    int depth = 0; // nesting counter of operator calls
 
     // The shared state of the operators, created with the record, so before any family
     // registers, and kept until the process exits.
-    sorted_map* macros = new sorted_map;      // macro name -> body
-    sorted_map* variables = new sorted_map;   // variable store of `var` and `eval`
-    table_array* tables = new table_array;    // table registry
-    int escape_mode = ESCAPE_MODE_HTML; // current output escaping (interp/escape.h)
-    int compaction_enabled = 1;      // switched by `optimize`
-    int autoexec_running = 0;        // set while a definition file's "autoexec" runs
+    sorted_map* macros = new sorted_map;    // macro name -> body
+    sorted_map* variables = new sorted_map; // variable store of `var` and `eval`
+    table_array* tables = new table_array;  // table registry
+    int escape_mode = ESCAPE_MODE_HTML;     // current output escaping (interp/escape.h)
+    int compaction_enabled = 1;             // switched by `optimize`
+    int autoexec_running = 0;               // set while a definition file's "autoexec" runs
 
     const char* log_names[2] = {"./access_log", "./error_log"}; // access log, error log
 };

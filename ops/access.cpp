@@ -2,9 +2,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "interp/request.h"
 #include "core/str.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
@@ -68,12 +68,17 @@ char* op_user(int, char**)
     return str_dup(getenv("REMOTE_USER"));
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name   handler   params  flags
     {"auth",  op_auth,  2,      0},
     {"user",  op_user,  0,      0},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
-void register_access_ops() { register_rows(rows); }
+void register_access_ops()
+{
+    register_rows(rows);
+}

@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
-#include "interp/request.h"
 #include "core/str.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
@@ -165,6 +165,7 @@ char* op_optioncount(int, char** params)
     return str_dup(fmt_int(option_split(params[0]).size()));
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name           handler          params  flags
     {"eq",            op_eq,           0,      RAW_PARAMS},
@@ -178,7 +179,11 @@ constexpr op_row rows[] = {
     {"optioncount",   op_optioncount,  0,      0},
     {"cmp",           op_cmp,          5,      RAW_PARAMS},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
-void register_compare_ops() { register_rows(rows); }
+void register_compare_ops()
+{
+    register_rows(rows);
+}

@@ -6,12 +6,12 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "interp/request.h"
 #include "core/sorted_map.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "interp/expr.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {

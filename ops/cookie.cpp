@@ -4,10 +4,10 @@
 #include <cstring>
 #include <ctime>
 
-#include "interp/request.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
@@ -24,8 +24,8 @@ constexpr const char* MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
 char* cookie_encode(const char* value)
 {
     str_builder out;
-    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(str_or_empty(value));
-         *p; p++) {
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(str_or_empty(value)); *p;
+         p++) {
         if (needs_url_escape(*p)) {
             out.append('%');
             out.append(HEX_DIGITS[*p >> 4]);
@@ -43,9 +43,9 @@ void cookie_expires(char* buffer, size_t size, int days)
     time_t when = time(nullptr) + days * SECONDS_PER_DAY;
     struct tm utc;
     gmtime_r(&when, &utc);
-    snprintf(buffer, size, "; expires=%s, %.2d-%s-%.4d %.2d:%.2d:%.2d GMT",
-             WEEKDAYS[utc.tm_wday], utc.tm_mday, MONTHS[utc.tm_mon], utc.tm_year + 1900,
-             utc.tm_hour, utc.tm_min, utc.tm_sec);
+    snprintf(buffer, size, "; expires=%s, %.2d-%s-%.4d %.2d:%.2d:%.2d GMT", WEEKDAYS[utc.tm_wday],
+             utc.tm_mday, MONTHS[utc.tm_mon], utc.tm_year + 1900, utc.tm_hour, utc.tm_min,
+             utc.tm_sec);
 }
 
 // Writes the Set-Cookie line of cookie[name;value;days]; nothing for an empty name.
@@ -92,11 +92,16 @@ char* op_cookie(int count, char** params)
     return cookie_read(param_text(count, params, 0));
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name     handler     params  flags
     {"cookie",  op_cookie,  0,      0},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
-void register_cookie_ops() { register_rows(rows); }
+void register_cookie_ops()
+{
+    register_rows(rows);
+}

@@ -6,18 +6,18 @@
 #include <cstring>
 #include <ctime>
 
-#include "interp/request.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
 
 constexpr long SECONDS_PER_DAY = 86400;
 constexpr int DAYS_PER_WEEK = 7;
-constexpr int NOON = 12;   // listing days are taken at noon, clear of daylight-saving shifts
-constexpr int EVENING = 18;  // dateoffset works at 18:00 for the same reason
+constexpr int NOON = 12;    // listing days are taken at noon, clear of daylight-saving shifts
+constexpr int EVENING = 18; // dateoffset works at 18:00 for the same reason
 constexpr const char* STAMP_HEADER = "year\tmonth\tday\thour\tmin\n";
 constexpr const char* WEEK_HEADER = "year\tmonth\tday\tweekday\n";
 constexpr int MONTH_DAYS[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
@@ -143,10 +143,10 @@ char* op_dateoffset(int count, char** params)
     if (!current)
         return nullptr;
     long long year = (long long)date_item(current, "year") + param_int(count, params, 0);
-    if (year < INT_MIN + 1900LL || year > INT_MAX)  // mktime counts years from 1900 in an int
+    if (year < INT_MIN + 1900LL || year > INT_MAX) // mktime counts years from 1900 in an int
         return page_error("[dateoffset: bad input date]");
-    time_t t = date_time((int)year, date_item(current, "month"), date_item(current, "day"),
-                         EVENING);
+    time_t t =
+        date_time((int)year, date_item(current, "month"), date_item(current, "day"), EVENING);
     struct tm moved;
     if (t == -1 || !localtime_r(&t, &moved))
         return page_error("[dateoffset: bad input date]");
@@ -157,8 +157,8 @@ char* op_dateoffset(int count, char** params)
     t += static_cast<long>(param_int(count, params, 2)) * SECONDS_PER_DAY;
     if (!localtime_r(&t, &moved))
         return page_error("[dateoffset: bad input date]");
-    stamp s = {moved.tm_year + 1900, moved.tm_mon + 1, moved.tm_mday,
-               date_item(current, "hour"), date_item(current, "min")};
+    stamp s = {moved.tm_year + 1900, moved.tm_mon + 1, moved.tm_mday, date_item(current, "hour"),
+               date_item(current, "min")};
     date_store(date_stamp_text(s));
     return nullptr;
 }
@@ -195,13 +195,18 @@ char* op_calendar(int count, char** params)
     return nullptr;
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name            handler            params  flags
     {"calendar",       op_calendar,       0,      0},
     {"loadtimestamp",  op_loadtimestamp,  0,      0},
     {"dateoffset",     op_dateoffset,     3,      0},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
-void register_date_ops() { register_rows(rows); }
+void register_date_ops()
+{
+    register_rows(rows);
+}

@@ -10,16 +10,16 @@
 #include <regex.h>
 #include <vector>
 
-#include "interp/request.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
 
-constexpr size_t REGEX_ERROR_SIZE = 1024;  // the library's wording is cut at 1,023 bytes
+constexpr size_t REGEX_ERROR_SIZE = 1024; // the library's wording is cut at 1,023 bytes
 
 // A compiled pattern, released when it goes out of scope.
 class compiled_regex {
@@ -35,6 +35,7 @@ public:
     int status() const { return status_; }
     const regex_t* get() const { return &re_; }
     int groups() const { return (int)re_.re_nsub; }
+
 private:
     regex_t re_;
     int status_;
@@ -96,7 +97,7 @@ void match_add_cell(str_builder& row, const char* text, regoff_t from, regoff_t 
     while (from < to) {
         const char* tab = (const char*)memchr(text + from, '\t', to - from);
         regoff_t end = tab ? tab - text : to;
-        row.append(text + from, end - from);  // whole stretches: pre- and postmatch are long
+        row.append(text + from, end - from); // whole stretches: pre- and postmatch are long
         if (tab)
             row.append(' ');
         from = end + (tab ? 1 : 0);
@@ -124,7 +125,7 @@ table* match_table(const char* text, const regmatch_t* found, int groups)
     row.append('\t');
     match_add_cell(row, text, found[0].rm_eo, strlen(text));
     table_named* result = new table_named(header.take(false));
-    result->add_row(row.view());  // added whole: a line feed in a cell does not start a row
+    result->add_row(row.view()); // added whole: a line feed in a cell does not start a row
     return result;
 }
 
@@ -159,6 +160,7 @@ public:
     }
     match_context(const match_context&) = delete;
     match_context& operator=(const match_context&) = delete;
+
 private:
     char* saved_;
 };
@@ -191,8 +193,7 @@ char* match_replace(const compiled_regex& re, const char* replacement, const cha
             break;
         if (status != 0)
             return match_error(status, re.get());
-        str_holder inserted(
-            match_expand_replacement(replacement, from, found.data(), re.groups()));
+        str_holder inserted(match_expand_replacement(replacement, from, found.data(), re.groups()));
         int start = pos + found[0].rm_so;
         int matched = found[0].rm_eo - found[0].rm_so;
         s.ref() = str_splice(s.get(), start, matched, inserted.get());
@@ -226,11 +227,16 @@ char* op_match(int count, char** params)
     return match_replace(re, params[2], text, flags && strpbrk(flags, "gG"));
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name     handler    params  flags
     {"match",   op_match,  0,      RAW_PARAMS},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
-void register_match_ops() { register_rows(rows); }
+void register_match_ops()
+{
+    register_rows(rows);
+}

@@ -15,8 +15,8 @@ namespace {
 constexpr int DEFAULT_RANDOM_BOUND = 1000000;
 constexpr int DATE_BUFFER = 1024;
 
-int alternation = 0;         // last index `color` returned
-bool random_seeded = false;  // the generator is seeded once per process
+int alternation = 0;        // last index `color` returned
+bool random_seeded = false; // the generator is seeded once per process
 
 // The time an offset text names: "+2d", "-3h", "+10m" or "+5" move now; without a sign the
 // number is an absolute Unix time. The last byte picks the unit.
@@ -24,10 +24,17 @@ time_t date_apply_offset(time_t now, const char* offset)
 {
     long n = atoi(offset);
     switch (offset[strlen(offset) - 1]) {
-    case 'd': n *= 86400; break;
-    case 'h': n *= 3600; break;
-    case 'm': n *= 60; break;
-    default: break;
+    case 'd':
+        n *= 86400;
+        break;
+    case 'h':
+        n *= 3600;
+        break;
+    case 'm':
+        n *= 60;
+        break;
+    default:
+        break;
     }
     return offset[0] == '+' || offset[0] == '-' ? now + n : static_cast<time_t>(n);
 }
@@ -86,7 +93,7 @@ char* op_process(int count, char** params)
 char* op_level(int, char** params)
 {
     expand_param(params, 0);
-    escape_mode_scope scope(ESCAPE_MODE_KEEP);  // restores the mode in force now
+    escape_mode_scope scope(ESCAPE_MODE_KEEP); // restores the mode in force now
     escape_mode_by_name(params[0]);
     return expand_copy(params[1]);
 }
@@ -105,6 +112,7 @@ char* op_random(int count, char** params)
     return str_dup(fmt_int(rand() % bound));
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name      handler      params  flags
     {"rem",      op_rem,      0,      RAW_PARAMS},
@@ -115,7 +123,11 @@ constexpr op_row rows[] = {
     {"level",    op_level,    2,      RAW_PARAMS},
     {"random",   op_random,   0,      0},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
-void register_misc_ops() { register_rows(rows); }
+void register_misc_ops()
+{
+    register_rows(rows);
+}

@@ -1,7 +1,7 @@
 // The optimize family: switches the compaction of the rendered page.
-#include "interp/request.h"
 #include "core/str.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
@@ -12,11 +12,16 @@ char* op_optimize(int count, char** params)
     return nullptr;
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name       handler       params  flags
     {"optimize",  op_optimize,  1,      0},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
-void register_optimize_ops() { register_rows(rows); }
+void register_optimize_ops()
+{
+    register_rows(rows);
+}

@@ -8,16 +8,16 @@
 
 #include "cgi/charset.h"
 #include "cgi/form.h"
-#include "interp/request.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
 
-constexpr int MAX_FIELD_LENGTH = 0x7FFFF;  // longer values are refused by `form`
-constexpr int HEADER_BUFFER = 1024;        // a header line is cut at this many bytes
+constexpr int MAX_FIELD_LENGTH = 0x7FFFF; // longer values are refused by `form`
+constexpr int HEADER_BUFFER = 1024;       // a header line is cut at this many bytes
 
 // The outcome of a field fetch: the value (null when absent) or "too long".
 struct field_fetch {
@@ -171,6 +171,7 @@ char* op_header(int count, char** params)
     return nullptr;
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name      handler      params  flags
     {"form",     op_form,     1,      0},
@@ -183,7 +184,11 @@ constexpr op_row rows[] = {
     {"browser",  op_browser,  2,      0},
     {"header",   op_header,   2,      0},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
-void register_request_ops() { register_rows(rows); }
+void register_request_ops()
+{
+    register_rows(rows);
+}

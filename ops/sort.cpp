@@ -10,10 +10,10 @@
 #include <cstring>
 
 #include "cgi/charset.h"
-#include "interp/request.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
@@ -167,6 +167,7 @@ public:
     ~sort_pin() { t_->unpin(); }
     sort_pin(const sort_pin&) = delete;
     sort_pin& operator=(const sort_pin&) = delete;
+
 private:
     table* t_;
 };
@@ -184,7 +185,7 @@ void sort_table(const sort_job& job)
     } catch (const table_lock_violation& violation) {
         if (violation.target != t || t->locked())
             throw;
-        req.depth = depth;  // the calls that were unwound did not return
+        req.depth = depth; // the calls that were unwound did not return
     }
 }
 
@@ -201,12 +202,14 @@ char* op_sort(int, char** params)
     return nullptr;
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name    handler   params  flags
     {"sort",   op_sort,  2,      RAW_PARAMS},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
 void register_sort_ops()
 {

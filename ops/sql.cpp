@@ -4,13 +4,13 @@
 
 #include "cgi/charset.h"
 #include "core/log.h"
-#include "interp/request.h"
 #include "core/mysql_client.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"
 #include "interp/macros.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
@@ -152,8 +152,8 @@ sql_result sql_run_query(char* query)
         return {nullptr, sql_report_error("query")};
     mysql_result* result = client->store_result(connection);
     if (!result)
-        return {nullptr, client->field_count(connection) ? sql_report_error("store query result")
-                                                         : nullptr};
+        return {nullptr,
+                client->field_count(connection) ? sql_report_error("store query result") : nullptr};
     table* shaped = sql_shape_result(result);
     client->free_result(result);
     return {shaped, nullptr};
@@ -208,12 +208,17 @@ char* op_sql(int count, char** params)
     return nullptr;
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name     handler     params  flags
     {"server",  op_server,  2,      RAW_PARAMS},
     {"sql",     op_sql,     0,      RAW_PARAMS},
 };
+// clang-format on
 
 } // namespace
 
-void register_sql_ops() { register_rows(rows); }
+void register_sql_ops()
+{
+    register_rows(rows);
+}

@@ -6,11 +6,11 @@
 // the last cut as a piece; `^item[0]` reads the first piece.
 #include <cstring>
 
-#include "interp/request.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
@@ -120,6 +120,7 @@ char* op_unescape_br(int, char** params)
     return out.take(true);
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name          handler          params  flags
     {"rsplit",       op_rsplit,       2,      RAW_PARAMS},
@@ -129,7 +130,11 @@ constexpr op_row rows[] = {
     {"truncate",     op_truncate,     2,      0},
     {"unescape_br",  op_unescape_br,  1,      0},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
-void register_string_case_ops() { register_rows(rows); }
+void register_string_case_ops()
+{
+    register_rows(rows);
+}

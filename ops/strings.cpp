@@ -45,7 +45,7 @@ char* op_mid(int count, char** params)
 {
     const char* text = params[0];
     int start = param_int(count, params, 1);
-    long long n = param_int(count, params, 2);  // wide, so count + start cannot wrap around
+    long long n = param_int(count, params, 2); // wide, so count + start cannot wrap around
     if (!text)
         return nullptr;
     if (start < 0) {
@@ -78,6 +78,7 @@ char* op_findstr(int, char** params)
     return str_dup(fmt_int(found ? (int)(found - params[1]) : -1));
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name        handler       params  flags
     {"length",     op_length,    1,      0},
@@ -88,7 +89,11 @@ constexpr op_row rows[] = {
     {"ascii",      op_ascii,     1,      0},
     {"findstr",    op_findstr,   2,      0},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
-void register_string_ops() { register_rows(rows); }
+void register_string_ops()
+{
+    register_rows(rows);
+}

@@ -11,9 +11,9 @@
 namespace {
 
 struct switch_slots {
-    const char* value = nullptr;  // view of the running switch's expanded value
-    char* matched = nullptr;      // owned copy of the raw branch of the last matching case
-    char* fallback = nullptr;     // owned copy of the raw branch of the last DEFAULT case
+    const char* value = nullptr; // view of the running switch's expanded value
+    char* matched = nullptr;     // owned copy of the raw branch of the last matching case
+    char* fallback = nullptr;    // owned copy of the raw branch of the last DEFAULT case
 };
 
 switch_slots slots;
@@ -38,6 +38,7 @@ public:
         clear();
         slots.value = value;
     }
+
 private:
     static void clear()
     {
@@ -83,12 +84,17 @@ char* op_case(int count, char** params)
     return nullptr;
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name      handler     params  flags
     {"switch",   op_switch,  2,      RAW_PARAMS},
     {"case",     op_case,    0,      RAW_PARAMS},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
-void register_switch_ops() { register_rows(rows); }
+void register_switch_ops()
+{
+    register_rows(rows);
+}

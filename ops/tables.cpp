@@ -4,11 +4,11 @@
 
 #include "cgi/form.h"
 #include "core/log.h"
-#include "interp/request.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
@@ -36,6 +36,7 @@ public:
     ~context_scope() { req.tables->set_current_name(saved_.get()); }
     context_scope(const context_scope&) = delete;
     context_scope& operator=(const context_scope&) = delete;
+
 private:
     str_holder saved_;
 };
@@ -47,6 +48,7 @@ public:
     ~loop_lock() { t_->unlock(); }
     loop_lock(const loop_lock&) = delete;
     loop_lock& operator=(const loop_lock&) = delete;
+
 private:
     table* t_;
 };
@@ -64,7 +66,7 @@ void tables_loop(table* t, str_builder& out, const char* message, Body body)
     } catch (const table_lock_violation& violation) {
         if (violation.target != t)
             throw;
-        req.depth = depth;  // the calls that were unwound did not return
+        req.depth = depth; // the calls that were unwound did not return
         out.append(message);
     }
 }
@@ -329,7 +331,7 @@ char* op_table(int count, char** params)
     str_holder filler(count >= 3 ? expand_copy(params[2]) : str_dup("&nbsp;"));
     if (!t)
         return nullptr;
-    int cols = str_to_int(params[0]);  // read as written, not expanded
+    int cols = str_to_int(params[0]); // read as written, not expanded
     const char* body = param_text(count, params, 1);
     str_builder out;
     tables_loop(t, out, "[table lock violation in table macro]",
@@ -360,6 +362,7 @@ char* op_menu(int count, char** params)
     return out.take(true);
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name      handler      params  flags
     {"config",   op_config,   0,      RAW_PARAMS},
@@ -374,7 +377,11 @@ constexpr op_row rows[] = {
     {"table",    op_table,    0,      RAW_PARAMS},
     {"menu",     op_menu,     0,      RAW_PARAMS},
 };
+// clang-format on
 
-}  // namespace
+} // namespace
 
-void register_table_ops() { register_rows(rows); }
+void register_table_ops()
+{
+    register_rows(rows);
+}

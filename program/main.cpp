@@ -1,8 +1,8 @@
 // Program entry: one run serves one request.
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <cstdlib>
+#include <cstring>
 #include <strings.h>
 #include <sys/stat.h>
 
@@ -26,7 +26,7 @@ int read_body()
     return 0;
 }
 
-}  // namespace
+} // namespace
 
 int main()
 {

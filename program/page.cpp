@@ -77,7 +77,7 @@ void compact_runs(char* text, bool html)
     *out = '\0';
 }
 
-}  // namespace
+} // namespace
 
 void apply_profile()
 {
@@ -120,8 +120,8 @@ void render_page()
         fatal_error("unable to print %s", req.page_path);
 
     if (req.output_enabled) {
-        fprintf(req.output_stream, "Content-type: %s\nContent-length: %d\n\n", response_content_type(),
-                (int)strlen(page));
+        fprintf(req.output_stream, "Content-type: %s\nContent-length: %d\n\n",
+                response_content_type(), (int)strlen(page));
         fwrite(page, 1, strlen(page), req.output_stream);
     }
     str_free(page);

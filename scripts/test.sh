@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Installs what the tests need, builds tessel in build/ and runs every test suite: unit tests,
-# page tests, the end-to-end tests through a private Apache and the SQL tests against a
-# private MariaDB. Works unattended on a fresh Debian machine (as root, or with sudo).
+# Installs what the tests need, checks the layout of the C++ files, builds tessel in build/ and
+# runs every test suite: unit tests, page tests, the end-to-end tests through a private Apache
+# and the SQL tests against a private MariaDB. Works unattended on a fresh Debian machine (as
+# root, or with sudo).
 #
 #   bash scripts/test.sh            (BUILD_DIR=... to build elsewhere than build/)
 set -euo pipefail
@@ -9,7 +10,10 @@ cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
 ensure_packages build-essential cmake libgtest-dev python3 apache2 mariadb-server \
-    libmariadb-dev libgd-dev curl
+    libmariadb-dev libgd-dev curl clang-format git
+
+# Layout: every C++ file tracked in git must be as clang-format lays it out (.clang-format).
+git ls-files -z '*.cpp' '*.h' | xargs -0 clang-format --dry-run --Werror
 
 build=${BUILD_DIR:-build}
 cmake -S . -B "$build" -DBUILD_TESTING=ON

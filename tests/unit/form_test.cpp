@@ -28,8 +28,7 @@ protected:
         req.cgi.content_type = "";
         req.content_length = 0;
         req.output_charset = req.source_charset = 0;
-        log_path_ = std::string(testing::TempDir()) + "/form_error_log_" +
-                    std::to_string(getpid());
+        log_path_ = std::string(testing::TempDir()) + "/form_error_log_" + std::to_string(getpid());
         unlink(log_path_.c_str());
         req.log_names[LOG_ERROR] = log_path_.c_str();
     }
@@ -180,8 +179,7 @@ TEST_F(Form, MultipartFieldsFilesAndSkippedParts)
     });
     req.cgi.content_type = "multipart/form-data; boundary=xyz";
     ASSERT_EQ(post(body, true), 0);
-    EXPECT_EQ(entries(),
-              (strings{"a=first", "f=" + binary + "@pic.gif", "a=line1\r\nline2"}));
+    EXPECT_EQ(entries(), (strings{"a=first", "f=" + binary + "@pic.gif", "a=line1\r\nline2"}));
     const form_entry* f = form_find_first("f");
     ASSERT_TRUE(f);
     EXPECT_EQ(f->length, 8);
@@ -217,8 +215,8 @@ TEST_F(Form, MultipartWithBareLineFeedsNeedsAClosingBoundary)
 
 TEST_F(Form, MultipartTextIsConvertedFilesAreNot)
 {
-    req.output_charset = CHARSET_WIN;  // what the browser sent
-    req.source_charset = CHARSET_KOI;  // what the pages are written in
+    req.output_charset = CHARSET_WIN; // what the browser sent
+    req.source_charset = CHARSET_KOI; // what the pages are written in
     std::string body = multipart({
         {field("t"), "\xc0"},
         {field("f") + "; filename=\"x.txt\"", "\xc0"},
@@ -293,4 +291,4 @@ TEST_F(Form, AllValuesInArrivalOrder)
     EXPECT_EQ(values, nullptr);
 }
 
-}  // namespace
+} // namespace

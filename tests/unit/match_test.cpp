@@ -103,17 +103,15 @@ TEST_F(Match, EmptyMatchesAdvanceOneByte)
 // it; flags are read in either case.
 TEST_F(Match, PatternShortFormsAndFlags)
 {
-    struct { const char* call; const char* result; } cases[] = {
-        {"^match[\\d\\s\\d;1 2]", "yes"},
-        {"^match[a\\tb;a\tb]", "yes"},
-        {"^match[a\\nb;a\nb]", "yes"},
-        {"^match[a\\\\nb;a\nb]", ""},
-        {"^match[a\\\\nb;a\\nb]", "yes"},
-        {"^match[\\\\d;7]", ""},
-        {"^match[\\\\\\d;\\7]", "yes"},
-        {"^match[x;IN;aXb]", "yes"},
-        {"^match[a.b;n;a\nb]", ""},
-        {"^match[x;gi;X;x]", "X"},
+    struct {
+        const char* call;
+        const char* result;
+    } cases[] = {
+        {"^match[\\d\\s\\d;1 2]", "yes"}, {"^match[a\\tb;a\tb]", "yes"},
+        {"^match[a\\nb;a\nb]", "yes"},    {"^match[a\\\\nb;a\nb]", ""},
+        {"^match[a\\\\nb;a\\nb]", "yes"}, {"^match[\\\\d;7]", ""},
+        {"^match[\\\\\\d;\\7]", "yes"},   {"^match[x;IN;aXb]", "yes"},
+        {"^match[a.b;n;a\nb]", ""},       {"^match[x;gi;X;x]", "X"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(expand(c.call), c.result) << c.call;
@@ -134,4 +132,4 @@ TEST_F(Match, TableRowFromGroups)
     req.tables->set_current_name(nullptr);
 }
 
-}  // namespace
+} // namespace

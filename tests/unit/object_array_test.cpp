@@ -43,7 +43,7 @@ public:
     ~counted_table() override { destroyed++; }
 };
 
-}  // namespace
+} // namespace
 
 TEST(ObjectArray, PutPastTheEndLeavesNullGaps)
 {
@@ -54,9 +54,9 @@ TEST(ObjectArray, PutPastTheEndLeavesNullGaps)
     EXPECT_TRUE(a.exists(5));
     EXPECT_STREQ(a.at(5), "x");
     expect_fatal([&] { a.at(2); }, "array at 2 error");
-    a.put(2, s("y"));  // an empty slot inside the used range takes an item
+    a.put(2, s("y")); // an empty slot inside the used range takes an item
     EXPECT_STREQ(a.at(2), "y");
-    a.put(40, s("z"));  // grows by whole steps
+    a.put(40, s("z")); // grows by whole steps
     EXPECT_EQ(a.limit(), 48);
     EXPECT_EQ(a.count(), 41);
 }
@@ -85,9 +85,9 @@ TEST(ObjectArray, RemovePacksAndShrinksInDeltaSteps)
     EXPECT_EQ(a.limit(), 48);
     while (a.count() > 10)
         a.remove(0);
-    EXPECT_EQ(a.limit(), 16);  // 16 - 16 = 0 is not above 10
+    EXPECT_EQ(a.limit(), 16); // 16 - 16 = 0 is not above 10
     EXPECT_STREQ(a.at(0), "38");
-    a.remove(99);  // a missing index is no error
+    a.remove(99); // a missing index is no error
     EXPECT_EQ(a.count(), 10);
 }
 
@@ -100,7 +100,7 @@ TEST(ObjectArray, PackClosesGapsInOrder)
     ASSERT_EQ(a.count(), 2);
     EXPECT_STREQ(a.at(0), "b");
     EXPECT_STREQ(a.at(1), "d");
-    EXPECT_EQ(a.limit(), 4);  // delta 0 never shrinks
+    EXPECT_EQ(a.limit(), 4); // delta 0 never shrinks
     // The slots the pack vacated still hold the moved pointers; storing past the end must
     // not bring them back as items (the row would be owned twice).
     a.put(3, s("e"));

@@ -12,7 +12,7 @@ namespace {
 
 struct owned_name {
     const char* name;
-    const char* family;  // ops/<family>.cpp, whose register_rows registered the name first
+    const char* family; // ops/<family>.cpp, whose register_rows registered the name first
 };
 
 // One row per registered name, grouped by family in registration order. A new family adds its
@@ -142,4 +142,4 @@ TEST(RegisterAll, EveryNameBelongsToItsFamily)
         EXPECT_TRUE(actual.count(name)) << name << " (" << family << ") is not registered";
 }
 
-}  // namespace
+} // namespace

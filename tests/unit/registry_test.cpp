@@ -82,7 +82,7 @@ TEST_F(Expander, ParametersSplitAtDepthOne)
     EXPECT_EQ(expand("^show[a^;b]"), "(a;b)");
     EXPECT_EQ(expand("^show[`a;b`]"), "(a;b)");
     EXPECT_EQ(expand("^show[[a;b]]"), "([a;b])");
-    EXPECT_EQ(expand("^show[a^]b]"), "(a^]b)");  // "^]" is not structural, nor an escape
+    EXPECT_EQ(expand("^show[a^]b]"), "(a^]b)"); // "^]" is not structural, nor an escape
     EXPECT_EQ(expand("^show[]"), "(-)");
     EXPECT_EQ(expand("^show[;x;]"), "(-|x|-)");
     EXPECT_EQ(expand("^one[]"), "(-)");
@@ -101,8 +101,7 @@ TEST_F(Expander, NineteenParametersAtMost)
     std::string params19 = "1;2;3;4;5;6;7;8;9;10;11;12;13;14;15;16;17;18;19";
     EXPECT_EQ(expand(("^show[" + params19 + "]").c_str()),
               "(1|2|3|4|5|6|7|8|9|10|11|12|13|14|15|16|17|18|19)");
-    EXPECT_EQ(expand(("^show[" + params19 + ";^show[x]]").c_str()),
-              "^show[" + params19 + ";(x)]");
+    EXPECT_EQ(expand(("^show[" + params19 + ";^show[x]]").c_str()), "^show[" + params19 + ";(x)]");
 }
 
 TEST_F(Expander, NestedCallsRunFirstUnlessRaw)
@@ -158,4 +157,4 @@ TEST_F(Expander, LongTextWithManyCalls)
     EXPECT_EQ(expand(text.c_str()), want);
 }
 
-}  // namespace
+} // namespace

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "cgi/request.h"
-#include "program/page.h"
 #include "core/str.h"
+#include "program/page.h"
 
 namespace {
 
@@ -32,7 +32,7 @@ TEST(Request, ResolvePathAgainstRootOrPageDirectory)
     EXPECT_EQ(own(resolve_path("/img/a.gif")), "/srv/site/img/a.gif");
     EXPECT_EQ(own(resolve_path("data/_t")), "/srv/site/shop/data/_t");
     EXPECT_EQ(own(resolve_path("")), "/srv/site/shop/");
-    req.page_path = (char*)"page.html";  // no directory part: nothing is cut
+    req.page_path = (char*)"page.html"; // no directory part: nothing is cut
     EXPECT_EQ(own(resolve_path("x")), "page.html/x");
     req.page_path = nullptr;
 }
@@ -83,4 +83,4 @@ TEST(Request, CompactionCanBeSwitchedOff)
     req.compaction_enabled = 1;
 }
 
-}  // namespace
+} // namespace

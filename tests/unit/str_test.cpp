@@ -85,7 +85,7 @@ TEST(Str, Predicates)
     EXPECT_TRUE(str_equal(nullptr, nullptr));
     EXPECT_FALSE(str_equal(nullptr, ""));
     EXPECT_TRUE(str_ends_with("xab", "ab"));
-    EXPECT_FALSE(str_ends_with("abab", "ab"));  // only the first occurrence counts
+    EXPECT_FALSE(str_ends_with("abab", "ab")); // only the first occurrence counts
     EXPECT_TRUE(str_starts_with("abc", "ab"));
     EXPECT_FALSE(str_starts_with(nullptr, "ab"));
     EXPECT_TRUE(str_is_digits("0123"));
@@ -143,4 +143,4 @@ TEST(Process, ChildStreamsAndExitCode)
     EXPECT_EQ(wait_child(child), 1);
 }
 
-}  // namespace
+} // namespace

@@ -35,7 +35,7 @@ std::string text_of(const table& t)
     return out;
 }
 
-}  // namespace
+} // namespace
 
 TEST(Table, TextFormatRoundTrip)
 {
@@ -46,8 +46,8 @@ TEST(Table, TextFormatRoundTrip)
     EXPECT_STREQ(t.row(2), "c");
     EXPECT_EQ(text_of(t), "a\tb\n\nc\n");
 
-    EXPECT_EQ(text_of(table(str_dup("a\tb"))), "a\tb\n");  // the line end is added
-    EXPECT_EQ(text_of(table(str_dup("x\r\ny\r\n"))), "x\r\ny\r\n");  // CR has no meaning
+    EXPECT_EQ(text_of(table(str_dup("a\tb"))), "a\tb\n");           // the line end is added
+    EXPECT_EQ(text_of(table(str_dup("x\r\ny\r\n"))), "x\r\ny\r\n"); // CR has no meaning
     EXPECT_EQ(table(str_dup("\n")).count(), 1);
     EXPECT_EQ(table(nullptr).count(), 0);
     EXPECT_EQ(text_of(table()), "<null>");
@@ -78,15 +78,15 @@ TEST(Table, ItemsByIndexAndName)
 {
     table t(str_dup("a\t\tc\nshort\n"));
     EXPECT_EQ(item(t, "0"), "a");
-    EXPECT_EQ(item(t, "1"), "<null>");  // empty cell
+    EXPECT_EQ(item(t, "1"), "<null>"); // empty cell
     EXPECT_EQ(item(t, "2"), "c");
-    EXPECT_EQ(item(t, "x"), "a");       // non-numeric text is column 0
-    EXPECT_EQ(item(t, "3"), "<null>");  // no such cell
+    EXPECT_EQ(item(t, "x"), "a");      // non-numeric text is column 0
+    EXPECT_EQ(item(t, "3"), "<null>"); // no such cell
     t.set_current(1);
     EXPECT_EQ(t.cell_start(1), nullptr);
     EXPECT_EQ(item(t, "0"), "short");
     t.set_current(5);
-    EXPECT_EQ(item(t, "0"), "<null>");  // no current row is not fatal
+    EXPECT_EQ(item(t, "0"), "<null>"); // no current row is not fatal
     EXPECT_EQ(item(table(), "0"), "<null>");
 }
 
@@ -101,7 +101,7 @@ TEST(Table, NamedTableColumns)
     EXPECT_EQ(item(t, "name"), "ann");
     EXPECT_EQ(item(t, "Age"), "[invalid item name Age]");
     EXPECT_EQ(item(t, nullptr), "[invalid item name (null)]");
-    EXPECT_EQ(text_of(t), "ann\t31\n");  // the header is not written back
+    EXPECT_EQ(text_of(t), "ann\t31\n"); // the header is not written back
 
     table_named leading_break(str_dup("\nx\n"));
     EXPECT_EQ(leading_break.column_count(), 1);
@@ -122,7 +122,7 @@ TEST(Table, LocateExactByNameOrNumber)
     table_named t(str_dup("id\tname\n1\tann\n2\tbob\n3\t\n"));
     EXPECT_TRUE(t.locate_exact("name", "bob"));
     EXPECT_EQ(t.current(), 1);
-    EXPECT_TRUE(t.locate_exact("name", ""));  // an empty cell equals an empty value
+    EXPECT_TRUE(t.locate_exact("name", "")); // an empty cell equals an empty value
     EXPECT_EQ(t.current(), 2);
     EXPECT_FALSE(t.locate_exact("name", "bo"));
     EXPECT_EQ(t.current(), 0);
@@ -139,15 +139,15 @@ TEST(Table, LocateLongestPrefix)
 {
     table t(str_dup("/\tall\n/shop\tshop\n/shop/list\tlist\n/sh\tsh\n/shop/list\tsecond\n"));
     EXPECT_TRUE(t.locate_prefix(0, "/shop/list.html"));
-    EXPECT_EQ(t.current(), 2);  // the first of equal lengths
+    EXPECT_EQ(t.current(), 2); // the first of equal lengths
     EXPECT_TRUE(t.locate_prefix(0, "/x"));
     EXPECT_EQ(t.current(), 0);
     EXPECT_FALSE(t.locate_prefix(0, "x"));
     EXPECT_EQ(t.current(), 0);
-    EXPECT_FALSE(t.locate_prefix(3, "/"));  // no row has a cell 3
+    EXPECT_FALSE(t.locate_prefix(3, "/")); // no row has a cell 3
 
     table empty_cell(str_dup("abc\n\tx\n"));
-    EXPECT_TRUE(empty_cell.locate_prefix(0, "zzz"));  // the empty cell is a prefix of anything
+    EXPECT_TRUE(empty_cell.locate_prefix(0, "zzz")); // the empty cell is a prefix of anything
     EXPECT_EQ(empty_cell.current(), 1);
     EXPECT_FALSE(table().locate_prefix(0, "a"));
 }
@@ -161,7 +161,7 @@ TEST(Table, ShiftWrapsAround)
     t.shift(-1);
     EXPECT_EQ(t.current(), 2);
     t.set_current(0);
-    t.shift(-5);  // a large negative step may leave a negative cursor, deliberately
+    t.shift(-5); // a large negative step may leave a negative cursor, deliberately
     EXPECT_EQ(t.current(), -2);
     EXPECT_EQ(item(t, "0"), "<null>");
     table empty;
@@ -196,7 +196,7 @@ TEST(TableArray, KeepsTablesSortedAndStoresUnderTheCurrentName)
     tables.set_current_name(nullptr);
     tables.store(plain("unnamed"));
     ASSERT_EQ(tables.count(), 4);
-    EXPECT_EQ(tables.at(0)->name(), nullptr);  // null sorts first
+    EXPECT_EQ(tables.at(0)->name(), nullptr); // null sorts first
     EXPECT_STREQ(tables.at(1)->name(), "a");
     EXPECT_STREQ(tables.at(3)->name(), "c");
     EXPECT_STREQ(tables.get_current()->row(0), "unnamed");
@@ -204,13 +204,13 @@ TEST(TableArray, KeepsTablesSortedAndStoresUnderTheCurrentName)
     EXPECT_EQ(tables.get_by_name("B"), nullptr);
 
     tables.set_current_name("b");
-    tables.store(plain("b2"));  // replaces in the same slot
+    tables.store(plain("b2")); // replaces in the same slot
     EXPECT_EQ(tables.count(), 4);
     EXPECT_STREQ(tables.at(2)->row(0), "b2");
     tables.remove_current();
     EXPECT_EQ(tables.count(), 3);
     EXPECT_EQ(tables.get_current(), nullptr);
-    tables.remove_current();  // nothing to remove
+    tables.remove_current(); // nothing to remove
     EXPECT_EQ(tables.count(), 3);
 }
 
