@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "core/charset.h"
+#include "core/str.h"
 
 namespace {
 
