@@ -1,0 +1,101 @@
+#!/usr/bin/env python3
+"""Runs every example of one operator reference file (docs/<family>.md) through the program.
+
+An example is a fenced block tagged "page" followed, before the next "page" block, by blocks
+tagged "file NAME", "env", "stdin", "error_log", "after NAME" and one tagged "output" (the
+exact response body). They mean what the sections of the same names mean to
+tests/pages/run_page.py, whose machinery runs the example; "output" is its "body". A block's
+text is its lines without the last line break. A page tagged "page not-run" is shown, not run.
+
+Usage: run_examples.py <tessel> <reference.md> [mariadb server folder]. With a server folder,
+TESSEL_DB holds the connection string of that server for every example.
+"""
+import os
+import re
+import subprocess
+import sys
+import tempfile
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "pages"))
+import run_page  # noqa: E402
+
+FENCE = re.compile(r"^```(.*)$")
+KINDS = {"page", "file", "env", "stdin", "output", "error_log", "after"}
+
+
+def blocks(path):
+    """(tag, argument, text, line number) of every fenced block of a Markdown file."""
+    with open(path, "rb") as f:
+        lines = f.read().decode("latin-1").split("\n")
+    found, i = [], 0
+    while i < len(lines):
+        m = FENCE.match(lines[i])
+        if not m:
+            i += 1
+            continue
+        start, tag = i + 1, m.group(1).strip().split(" ", 1)
+        i += 1
+        while i < len(lines) and lines[i] != "```":
+            i += 1
+        found.append((tag[0], tag[1] if len(tag) > 1 else None, "\n".join(lines[start:i]),
+                      start))
+        i += 1
+    return found
+
+
+def examples(path):
+    """Each runnable example as (line number, run_page sections), and the malformed ones."""
+    found, errors, current = [], [], None
+    for tag, arg, text, line in blocks(path):
+        if tag not in KINDS:
+            continue
+        if tag == "page":
+            current = None if arg == "not-run" else (line, [("page", None, text)])
+            if current:
+                found.append(current)
+        elif current:
+            current[1].append(("body" if tag == "output" else tag, arg, text))
+    for line, sections in found:
+        if sum(kind == "body" for kind, _, _ in sections) != 1:
+            errors.append(f"{path}:{line}: an example needs exactly one output block")
+    return found, errors
+
+
+def run(program, sections, db):
+    with tempfile.TemporaryDirectory(prefix="tessel-doc-") as root:
+        page = run_page.write_files(sections, root)
+        env = run_page.build_env(sections, root, page)
+        if db:
+            env["TESSEL_DB"] = db
+        stdin = b"".join(run_page.as_bytes(t, root) for k, _, t in sections if k == "stdin")
+        result = subprocess.run([program], input=stdin, capture_output=True, cwd=root,
+                                env=env, timeout=60)
+        return run_page.check(sections, root, result), result.stderr
+
+
+def connection(server):
+    with open(os.path.join(server, "port")) as f:
+        return f"tessel:tessel-pw@127.0.0.1:{f.read().strip()}/tessel"
+
+
+def main():
+    program, path = os.path.abspath(sys.argv[1]), sys.argv[2]
+    db = connection(os.path.abspath(sys.argv[3])) if len(sys.argv) > 3 else None
+    found, errors = examples(path)
+    for message in errors:
+        print(message)
+    failed = len(errors)
+    for line, sections in found:
+        failures, stderr = run(program, sections, db)
+        for what, want, got in failures:
+            print(f"{path}:{line}: {what} differs\n--- expected\n{want.decode('latin-1')}\n"
+                  f"--- got\n{got.decode('latin-1')}\n---")
+        if failures and stderr:
+            print("--- stderr\n" + stderr.decode("latin-1"))
+        failed += bool(failures)
+    print(f"{len(found)} examples, {failed} failed")
+    sys.exit(1 if failed or not found else 0)
+
+
+if __name__ == "__main__":
+    main()
