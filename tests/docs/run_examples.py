@@ -2,9 +2,10 @@
 """Runs every example of one operator reference file (docs/<family>.md) through the program.
 
 An example is a fenced block tagged "page" followed, before the next "page" block, by blocks
-tagged "file NAME", "env", "stdin", "error_log", "after NAME" and one tagged "output" (the
-exact response body). They mean what the sections of the same names mean to
-tests/pages/run_page.py, whose machinery runs the example; "output" is its "body". A block's
+tagged "file NAME", "env", "stdin", "error_log", "after NAME", and one tagged "output" (the
+exact response body) or "response" (the exact response, header lines included). They mean
+what the sections of the same names mean to tests/pages/run_page.py, whose machinery runs the
+example; "output" is its "body" and "response" its "expect". A block's
 text is its lines without the last line break. A page tagged "page not-run" is shown, not run.
 
 Usage: run_examples.py <tessel> <reference.md> [mariadb server folder]. With a server folder,
@@ -20,7 +21,8 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 import run_page  # noqa: E402
 
 FENCE = re.compile(r"^```(.*)$")
-KINDS = {"page", "file", "env", "stdin", "output", "error_log", "after"}
+KINDS = {"page", "file", "env", "stdin", "output", "response", "error_log", "after"}
+SECTION = {"output": "body", "response": "expect"}
 
 
 def blocks(path):
@@ -54,10 +56,10 @@ def examples(path):
             if current:
                 found.append(current)
         elif current:
-            current[1].append(("body" if tag == "output" else tag, arg, text))
+            current[1].append((SECTION.get(tag, tag), arg, text))
     for line, sections in found:
-        if sum(kind == "body" for kind, _, _ in sections) != 1:
-            errors.append(f"{path}:{line}: an example needs exactly one output block")
+        if sum(kind in ("body", "expect") for kind, _, _ in sections) != 1:
+            errors.append(f"{path}:{line}: an example needs one output or response block")
     return found, errors
 
 
