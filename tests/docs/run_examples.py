@@ -5,8 +5,9 @@ An example is a fenced block tagged "page" followed, before the next "page" bloc
 tagged "file NAME", "env", "stdin", "error_log", "after NAME", and one tagged "output" (the
 exact response body) or "response" (the exact response, header lines included). They mean
 what the sections of the same names mean to tests/pages/run_page.py, whose machinery runs the
-example; "output" is its "body" and "response" its "expect". A block's
-text is its lines without the last line break. A page tagged "page not-run" is shown, not run.
+example; "output" is its "body" and "response" its "expect". A block's text is its lines
+without the last line break. "page NAME" makes the page the file NAME (default page.html,
+requested as /NAME); a block tagged "page not-run" is shown, not run.
 
 Usage: run_examples.py <tessel> <reference.md> [mariadb server folder]. With a server folder,
 TESSEL_DB holds the connection string of that server for every example.
@@ -52,7 +53,7 @@ def examples(path):
         if tag not in KINDS:
             continue
         if tag == "page":
-            current = None if arg == "not-run" else (line, [("page", None, text)])
+            current = None if arg == "not-run" else (line, [("page", arg, text)])
             if current:
                 found.append(current)
         elif current:
