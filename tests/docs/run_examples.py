@@ -12,32 +12,38 @@ requested as /NAME); a block tagged "page not-run" is shown, not run.
 Usage: run_examples.py <tessel> <reference.md> [mariadb server folder]. With a server folder,
 TESSEL_DB holds the connection string of that server for every example.
 """
+import difflib
 import os
 import re
 import subprocess
 import sys
 import tempfile
 
+sys.dont_write_bytecode = True  # no compiled copy of run_page beside the sources
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "pages"))
 import run_page  # noqa: E402
 
 FENCE = re.compile(r"^```(.*)$")
+HEADING = re.compile(r"^### `([^`]+)`$")
 KINDS = {"page", "file", "env", "stdin", "output", "response", "error_log", "after"}
 SECTION = {"output": "body", "response": "expect"}
 
 
 def blocks(path):
-    """(tag, argument, text, line number) of every fenced block of a Markdown file."""
+    """(tag, argument, text, line number) of every fenced block of a Markdown file, and of
+    every operator heading ("### `name`", outside blocks) with the tag "###"."""
     with open(path, "rb") as f:
         lines = f.read().decode("latin-1").split("\n")
     found, i = [], 0
     while i < len(lines):
         m = FENCE.match(lines[i])
-        if not m:
-            i += 1
-            continue
-        start, tag = i + 1, m.group(1).strip().split(" ", 1)
+        heading = HEADING.match(lines[i])
         i += 1
+        if heading:
+            found.append(("###", heading.group(1), "", i))
+        if not m:
+            continue
+        start, tag = i, m.group(1).strip().split(" ", 1)
         while i < len(lines) and lines[i] != "```":
             i += 1
         found.append((tag[0], tag[1] if len(tag) > 1 else None, "\n".join(lines[start:i]),
@@ -47,16 +53,21 @@ def blocks(path):
 
 
 def examples(path):
-    """Each runnable example as (line number, run_page sections), and the malformed ones."""
-    found, errors, current = [], [], None
-    for tag, arg, text, line in blocks(path):
-        if tag not in KINDS:
-            continue
-        if tag == "page":
+    """Each runnable example as (line number, run_page sections), and the faults of the file:
+    an example without one output, an operator heading without an example."""
+    found, errors, current, heading = [], [], None, None
+    for tag, arg, text, line in blocks(path) + [("###", None, "", 0)]:
+        if tag == "###":
+            if heading and not heading[2]:
+                errors.append(f"{path}:{heading[1]}: operator {heading[0]} has no example")
+            heading, current = [arg, line, False], None
+        elif tag == "page":
             current = None if arg == "not-run" else (line, [("page", arg, text)])
             if current:
                 found.append(current)
-        elif current:
+            if heading:
+                heading[2] = True
+        elif current and tag in KINDS:
             current[1].append((SECTION.get(tag, tag), arg, text))
     for line, sections in found:
         if sum(kind in ("body", "expect") for kind, _, _ in sections) != 1:
@@ -76,6 +87,13 @@ def run(program, sections, db):
         return run_page.check(sections, root, result), result.stderr
 
 
+def diff(want, got):
+    """A unified diff of what the reference shows against what the program printed; a final
+    line break is a last, empty line."""
+    lines = [text.decode("latin-1").split("\n") for text in (want, got)]
+    return "\n".join(difflib.unified_diff(*lines, "reference", "program", lineterm=""))
+
+
 def connection(server):
     with open(os.path.join(server, "port")) as f:
         return f"tessel:tessel-pw@127.0.0.1:{f.read().strip()}/tessel"
@@ -91,8 +109,8 @@ def main():
     for line, sections in found:
         failures, stderr = run(program, sections, db)
         for what, want, got in failures:
-            print(f"{path}:{line}: {what} differs\n--- expected\n{want.decode('latin-1')}\n"
-                  f"--- got\n{got.decode('latin-1')}\n---")
+            print(f"{path}:{line}: {what} differs")
+            print(diff(want, got))
         if failures and stderr:
             print("--- stderr\n" + stderr.decode("latin-1"))
         failed += bool(failures)
