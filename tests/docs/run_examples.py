@@ -7,7 +7,8 @@ exact response body) or "response" (the exact response, header lines included). 
 what the sections of the same names mean to tests/pages/run_page.py, whose machinery runs the
 example; "output" is its "body" and "response" its "expect". A block's text is its lines
 without the last line break. "page NAME" makes the page the file NAME (default page.html,
-requested as /NAME); a block tagged "page not-run" is shown, not run.
+requested as /NAME); a block tagged "page not-run" is shown, not run. Every operator heading
+("### `name`") needs at least one example (run or not) before the next heading.
 
 Usage: run_examples.py <tessel> <reference.md> [mariadb server folder]. With a server folder,
 TESSEL_DB holds the connection string of that server for every example.
