@@ -16,7 +16,7 @@ namespace {
 // Runs action in a child process and checks that it logs message and exits with 254.
 void expect_fatal(const std::function<void()>& action, const std::string& message)
 {
-    std::string log = testing::TempDir() + "object_array_error_log";
+    std::string log = testing::TempDir() + "object_array_error_log." + std::to_string(getpid());
     unlink(log.c_str());
     const char* saved = req.log_names[1];
     req.log_names[1] = log.c_str();

@@ -238,7 +238,7 @@ TEST(TableArray, LockedTableIsNeitherReplacedNorRemoved)
 
 TEST(TableDeathTest, RowOutOfRangeIsFatal)
 {
-    std::string log = testing::TempDir() + "table_error_log";
+    std::string log = testing::TempDir() + "table_error_log." + std::to_string(getpid());
     unlink(log.c_str());
     req.log_names[1] = log.c_str();
     EXPECT_EXIT(table(str_dup("a\nb\nc\n")).row(3), testing::ExitedWithCode(254), "");
