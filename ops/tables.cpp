@@ -327,8 +327,10 @@ char* op_item(int count, char** params)
 
 char* op_table(int count, char** params)
 {
-    table* t = tables_current();
+    // The filler may replace or remove the current table (config, load, a failing sql), so
+    // the table is looked up only once it has been expanded.
     str_holder filler(count >= 3 ? expand_copy(params[2]) : str_dup("&nbsp;"));
+    table* t = tables_current();
     if (!t)
         return nullptr;
     int cols = str_to_int(params[0]); // read as written, not expanded
