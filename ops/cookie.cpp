@@ -19,7 +19,7 @@ constexpr const char* WEEKDAYS[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "S
 constexpr const char* MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                   "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
-// A cookie value: bytes that need escaping become "%XY" (upper-case digits), a blank becomes
+// A cookie name or value: bytes that need escaping become "%XY" (upper-case digits), a blank becomes
 // "+", the rest stay. Ownership: borrows value, new result.
 char* cookie_encode(const char* value)
 {
@@ -55,12 +55,13 @@ void cookie_write(int count, char** params)
     if (!str_nonempty(name))
         return;
     int days = count >= 3 ? param_int(count, params, 2) : DEFAULT_DAYS;
+    str_holder encoded_name(cookie_encode(name));
     str_holder value(cookie_encode(param_text(count, params, 1)));
     char expires[128] = "";
     if (days != 0)
         cookie_expires(expires, sizeof expires, days);
     FILE* out = req.output_stream ? req.output_stream : stdout;
-    fprintf(out, "Set-Cookie: %s=%s; path=/%s\n", name, value.get(), expires);
+    fprintf(out, "Set-Cookie: %s=%s; path=/%s\n", encoded_name.get(), value.get(), expires);
 }
 
 // The value of the named cookie in HTTP_COOKIE, cut at its first blank, decoded and escaped;
