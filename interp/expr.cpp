@@ -5,11 +5,14 @@
 #include <cctype>
 #include <climits>
 #include <cmath>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+
+#include <unistd.h>
 
 #include "core/sorted_map.h"
 #include "core/str.h"
@@ -301,7 +304,7 @@ double apply(double a, int op, double b)
     case '-': return a - b;
     case '*': return a * b;
     case '/': return b == 0 ? 1e300 : a / b;
-    case '%': return x % y;  // a zero divisor faults, as integer division does
+    case '%': return expr_int_remainder(x, y);
     case '&': return x & y;
     case '|': return x | y;
     case '^': return x ^ y;
@@ -569,6 +572,33 @@ int expr_to_int(double value)
     if (!(value > -2147483649.0 && value < 2147483648.0))
         return INT_MIN;
     return (int)value;
+}
+
+namespace {
+
+void divisor_check(int b)
+{
+    if (b != 0)
+        return;
+    signal(SIGFPE, SIG_DFL);
+    raise(SIGFPE);
+    _exit(128 + SIGFPE); // not reached: the default action ends the process
+}
+
+} // namespace
+
+int expr_int_divide(int a, int b)
+{
+    divisor_check(b);
+    if (b == -1)
+        return (int)(0u - (uint32_t)a);
+    return a / b;
+}
+
+int expr_int_remainder(int a, int b)
+{
+    divisor_check(b);
+    return b == -1 ? 0 : a % b;
 }
 
 char* format_number(double value, const char* format)

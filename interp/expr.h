@@ -66,4 +66,11 @@ char* format_number(double value, const char* format);
 // range give INT_MIN, as the processor's conversion does.
 int expr_to_int(double value);
 
+// Integer quotient and remainder of 32-bit values, wrapping around as the other 32-bit
+// operations do (INT_MIN / -1 is INT_MIN, INT_MIN % -1 is 0). A zero divisor ends the process
+// with SIGFPE, deliberately: the signal is raised explicitly, with its default action, so
+// every build (sanitizers included) faults alike instead of relying on undefined behaviour.
+int expr_int_divide(int a, int b);
+int expr_int_remainder(int a, int b);
+
 #endif

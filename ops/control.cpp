@@ -35,7 +35,7 @@ char* control_branch(int count, char** params, int i)
 }
 
 // The 32-bit integer arithmetic of var(name;op;operand): wraps around, and a zero divisor
-// faults as integer division does.
+// ends the process with SIGFPE.
 int control_int_op(char op, int a, int b)
 {
     switch (op) {
@@ -46,7 +46,7 @@ int control_int_op(char op, int a, int b)
     case '*':
         return (int)((uint32_t)a * (uint32_t)b);
     default:
-        return a / b;
+        return expr_int_divide(a, b);
     }
 }
 
