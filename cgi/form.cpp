@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "cgi/charset.h"
 #include "cgi/request.h"
@@ -65,43 +66,70 @@ char* percent_decode(const char* text, int len)
 
 // ---- multipart --------------------------------------------------------------------------
 
+// ASCII capitals to lower case, every other byte unchanged: the C locale's tolower as a table.
+constexpr struct lower_table {
+    unsigned char map[256];
+    constexpr lower_table() : map()
+    {
+        for (int c = 0; c < 256; c++)
+            map[c] = static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+    }
+    constexpr unsigned char operator[](unsigned char c) const { return map[c]; }
+} LOWER;
+
+// The next offset in hay[from, len) whose byte lowers to c (a byte that is no capital); len
+// when there is none. memchr does the work when c has no capital counterpart.
+int skip_to(const char* hay, int len, int from, unsigned char c)
+{
+    if (c < 'a' || c > 'z') {
+        const void* at = memchr(hay + from, c, static_cast<size_t>(len - from));
+        return at ? static_cast<int>(static_cast<const char*>(at) - hay) : len;
+    }
+    while (from < len && LOWER[static_cast<unsigned char>(hay[from])] != c)
+        from++;
+    return from;
+}
+
 // Offset of needle in hay[from, len), comparing the hay lower-cased against the needle as
-// given (so a needle with capitals is never found); -1 when absent.
+// given (so a needle with capitals is never found); -1 when absent. One pass over the hay
+// (Knuth-Morris-Pratt), whatever the needle: a request's boundary is chosen by the client.
 int find_lowered(const char* hay, int len, int from, const char* needle)
 {
     int n = static_cast<int>(strlen(needle));
-    if (n == 0)
+    if (n == 0 || from < 0)
         return -1;
-    for (int i = from; i + n <= len; i++) {
-        int k = 0;
-        while (k < n && tolower((unsigned char)hay[i + k]) == (unsigned char)needle[k])
+    for (int k = 0; k < n; k++)
+        if (needle[k] >= 'A' && needle[k] <= 'Z')
+            return -1;
+    std::vector<int> border(static_cast<size_t>(n), 0);  // longest proper border of needle[0, k]
+    for (int k = 1, b = 0; k < n; k++) {
+        while (b > 0 && needle[k] != needle[b])
+            b = border[b - 1];
+        if (needle[k] == needle[b])
+            b++;
+        border[k] = b;
+    }
+    const unsigned char* pattern = reinterpret_cast<const unsigned char*>(needle);
+    for (int i = from, k = 0; i < len; i++) {
+        if (k == 0 && (i = skip_to(hay, len, i, pattern[0])) == len)
+            return -1;
+        unsigned char c = LOWER[static_cast<unsigned char>(hay[i])];
+        while (k > 0 && c != pattern[k])
+            k = border[k - 1];
+        if (c == pattern[k])
             k++;
         if (k == n)
-            return i;
+            return i - n + 1;
     }
     return -1;
 }
 
-// As find_lowered, but both sides lower-cased: a case-insensitive search.
-int find_nocase(const char* hay, int len, int from, const char* needle)
-{
-    int n = static_cast<int>(strlen(needle));
-    for (int i = from; i + n <= len; i++) {
-        int k = 0;
-        while (k < n && tolower((unsigned char)hay[i + k]) == tolower((unsigned char)needle[k]))
-            k++;
-        if (k == n)
-            return i;
-    }
-    return -1;
-}
-
-// The value after key (searched case-insensitively) in text[0, len): a quoted value runs to
+// The value after key (lower case, searched case-insensitively) in text[0, len): a quoted value runs to
 // the next double quote, any other ends at a blank, ";", double quote, CR or LF. Null when
 // the key is absent or the value empty. Ownership: new result.
 char* header_value(const char* text, int len, const char* key)
 {
-    int at = find_nocase(text, len, 0, key);
+    int at = find_lowered(text, len, 0, key);
     if (at < 0)
         return nullptr;
     int start = at + static_cast<int>(strlen(key));
@@ -136,7 +164,7 @@ int find_empty_line(const char* body, int from, int to)
 // Stores one part whose header block is body[head, data) and whose data ends at end.
 void multipart_store_part(const char* body, int head, int data, int end)
 {
-    if (find_nocase(body + head, data - head, 0, "content-disposition: form-data") < 0)
+    if (find_lowered(body + head, data - head, 0, "content-disposition: form-data") < 0)
         return;
     char* name = header_value(body + head, data - head, " name=");
     if (!name || end <= data) {
@@ -144,7 +172,7 @@ void multipart_store_part(const char* body, int head, int data, int end)
         return;
     }
     char* file_name = nullptr;
-    if (find_nocase(body + head, data - head, 0, " filename=") >= 0) {
+    if (find_lowered(body + head, data - head, 0, " filename=") >= 0) {
         file_name = header_value(body + head, data - head, " filename=");
         if (!file_name)
             file_name = str_dup("");
