@@ -14,7 +14,9 @@
 #   scripts/apache.sh stop DIR
 #       Stops the server started in DIR and waits for it to go.
 #
-# The server is Debian's default set-up: the event MPM with mod_cgid.
+# The server is Debian's default set-up: the event MPM with mod_cgid. Every run of the program
+# is held to TESSEL_RLIMIT_CPU seconds of CPU (default 30) and TESSEL_RLIMIT_MEM bytes of
+# address space (default 1 GiB), so a page that loops without end cannot take the host down.
 set -euo pipefail
 
 APACHE=${APACHE:-/usr/sbin/apache2}
@@ -71,6 +73,8 @@ MaxRequestWorkers 64
 MinSpareThreads 8
 MaxSpareThreads 32
 ScriptSock "$dir/run/cgid.sock"
+RLimitCPU ${TESSEL_RLIMIT_CPU:-30}
+RLimitMEM ${TESSEL_RLIMIT_MEM:-1073741824}
 $( [[ $(id -u) -eq 0 ]] && printf 'User %s\nGroup %s\n' "$user" "$group" )
 
 TypesConfig /etc/mime.types
