@@ -101,7 +101,7 @@ int find_lowered(const char* hay, int len, int from, const char* needle)
     for (int k = 0; k < n; k++)
         if (needle[k] >= 'A' && needle[k] <= 'Z')
             return -1;
-    std::vector<int> border(static_cast<size_t>(n), 0);  // longest proper border of needle[0, k]
+    std::vector<int> border(static_cast<size_t>(n), 0); // longest proper border of needle[0, k]
     for (int k = 1, b = 0; k < n; k++) {
         while (b > 0 && needle[k] != needle[b])
             b = border[b - 1];
@@ -124,8 +124,8 @@ int find_lowered(const char* hay, int len, int from, const char* needle)
     return -1;
 }
 
-// The value after key (lower case, searched case-insensitively) in text[0, len): a quoted value runs to
-// the next double quote, any other ends at a blank, ";", double quote, CR or LF. Null when
+// The value after key (lower case, searched case-insensitively) in text[0, len): a quoted value
+// runs to the next double quote, any other ends at a blank, ";", double quote, CR or LF. Null when
 // the key is absent or the value empty. Ownership: new result.
 char* header_value(const char* text, int len, const char* key)
 {

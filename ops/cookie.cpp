@@ -19,7 +19,8 @@ constexpr const char* WEEKDAYS[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "S
 constexpr const char* MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                   "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
-// A cookie name or value: bytes that need escaping become "%XY" (upper-case digits), a blank becomes
+// A cookie name or value: bytes that need escaping become "%XY" (upper-case digits), a blank
+// becomes
 // "+", the rest stay. Ownership: borrows value, new result.
 char* cookie_encode(const char* value)
 {

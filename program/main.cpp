@@ -1,13 +1,16 @@
 // Program entry: one run serves one request.
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "cgi/form.h"
 #include "cgi/request.h"
+#include "core/log.h"
 #include "program/page.h"
 
 namespace {
@@ -26,10 +29,19 @@ int read_body()
     return 0;
 }
 
+// A run that passes the CPU time the server allows it (Apache's RLimitCPU) is sent SIGXCPU;
+// it ends as other fatal conditions do: one error-log line and status 254, no page.
+void on_cpu_limit(int)
+{
+    log_line(LOG_ERROR, "CPU time limit exceeded");
+    _exit(254);
+}
+
 } // namespace
 
 int main()
 {
+    signal(SIGXCPU, on_cpu_limit);
     umask(002);
     request_init();
     read_query_string();

@@ -116,7 +116,7 @@ void render_page()
     macro_init();
     char* page = load_page(req.page_path);
     compact_page(page);
-    if (!page)
+    if (!str_nonempty(page)) // an empty page file, one of comments only, a folder
         fatal_error("unable to print %s", req.page_path);
 
     if (req.output_enabled) {
