@@ -8,6 +8,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
+# The system's tools first: Debian's packages are what the tests are written against, and a
+# version manager's shims (a python3 that takes seconds to start) must not stand in for them.
+export PATH=/usr/sbin:/usr/bin:/sbin:/bin:$PATH
 
 ensure_packages build-essential cmake libgtest-dev python3 apache2 mariadb-server \
     libmariadb-dev libgd-dev curl clang-format git
