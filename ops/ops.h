@@ -11,15 +11,19 @@ void register_misc_ops();
 void register_compare_ops();
 void register_macro_ops();
 void register_match_ops();
+void register_mail_ops();
 void register_sort_ops();
 void register_string_case_ops();
 void register_table_ops();
 void register_cookie_ops();
+void register_upload_ops();
+void register_uuencode_ops();
 void register_sql_ops();
 void register_date_ops();
 void register_switch_ops();
 void register_control_ops();
 void register_access_ops();
+void register_download_ops();
 void register_string_ops();
 
 #endif

@@ -16,13 +16,13 @@ void register_all_operators()
     register_compare_ops();          // 8
     register_macro_ops();            // 9
     register_match_ops();            // 10
-    // 11 mail
+    register_mail_ops();             // 11
     register_sort_ops();             // 12
     register_string_case_ops();      // 13
     register_table_ops();            // 14
     register_cookie_ops();           // 15
-    // 16 upload
-    // 17 uuencode
+    register_upload_ops();           // 16
+    register_uuencode_ops();         // 17
     register_sql_ops();              // 18
     // 19 counter
     register_date_ops();             // 20
@@ -31,7 +31,7 @@ void register_all_operators()
     register_control_ops();          // 23
     register_access_ops();           // 24
     // 25 forum threads
-    // 26 download
+    register_download_ops();         // 26
     // 27 chat
     register_string_ops();           // 28
     // 29 resource log

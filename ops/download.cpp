@@ -1,0 +1,91 @@
+// Download: `download` answers the request with a file from disk instead of the page.
+#include <cstdio>
+#include <cstring>
+
+#include "cgi/log.h"
+#include "cgi/request.h"
+#include "core/table.h"
+#include "interp/macros.h"
+#include "interp/registry.h"
+#include "ops/ops.h"
+#include "ops/upload.h"
+
+namespace {
+
+constexpr int HEADER_BUFFER = 1024; // the header block is cut at this many bytes
+constexpr const char* DEFAULT_TYPE = "application/octet-stream";
+
+// The part of name after its last "/", or "noname.dat" when that is empty. Ownership: view.
+const char* download_offered_name(const char* name)
+{
+    const char* slash = strrchr(name, '/');
+    const char* base = slash ? slash + 1 : name;
+    return *base ? base : "noname.dat";
+}
+
+// The media type of the extension in the table of the "MIME_TYPES" macro (rows of extension
+// TAB media type); null when the name has no extension or no row names it.
+// Ownership: new result.
+char* download_listed_type(const char* name)
+{
+    const char* dot = strrchr(name, '.');
+    const char* body = macro_body("MIME_TYPES");
+    if (!dot || !dot[1] || !body)
+        return nullptr;
+    size_t length = strlen(dot + 1);
+    table types(str_dup(body));
+    for (int i = 0; i < types.count(); i++) {
+        const char* row = types.row(i);
+        if ((size_t)table_cell_length(row) != length || strncmp(row, dot + 1, length) != 0)
+            continue;
+        const char* second = row[length] == '\t' ? row + length + 1 : nullptr;
+        return second ? str_dup_n(second, table_cell_length(second)) : nullptr;
+    }
+    return nullptr;
+}
+
+// Prints the header block and the bytes; the page itself is not printed after them.
+void download_send(const char* type, const char* name, const char* data, int size)
+{
+    char header[HEADER_BUFFER];
+    snprintf(header, sizeof header,
+             "Content-type: %s\nContent-length: %d\nContent-Disposition: filename=\"%s\"\n\n", type,
+             size, name);
+    fputs(header, req.output_stream);
+    fwrite(data, 1, size, req.output_stream);
+    req.output_enabled = false;
+}
+
+// download[path;name;type]: the file as the response, offered under name with the type.
+char* op_download(int count, char** params)
+{
+    if (count > 3)
+        return page_error("[invalid parameters to operator download]");
+    str_holder path(resolve_path(param_text(count, params, 0)));
+    const char* name = download_offered_name(param_or(count, params, 1, path.get()));
+    str_holder type(str_dup(param_text(count, params, 2)));
+    if (!str_nonempty(type.get()))
+        type.reset(download_listed_type(name));
+    int size = 0;
+    char* error = nullptr;
+    str_holder data(read_file_raw(path.get(), size, error));
+    str_holder reason(error);
+    if (!data.get()) {
+        log_line(LOG_ERROR, "download error: %s", reason.get());
+        return str_join("[download error: ", reason.get(), "]", nullptr);
+    }
+    download_send(str_nonempty(type.get()) ? type.get() : DEFAULT_TYPE, name, data.get(), size);
+    return nullptr;
+}
+
+constexpr op_row rows[] = {
+    // name       handler      params  flags
+    {"download", op_download, 0, 0},
+};
+
+} // namespace
+
+void register_download_ops()
+{
+    register_rows(rows);
+}

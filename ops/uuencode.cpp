@@ -1,0 +1,32 @@
+// uuencode: a text turned into a uuencoded mail attachment block.
+#include "core/str.h"
+#include "interp/escape.h"
+#include "interp/registry.h"
+#include "ops/mail.h"
+#include "ops/ops.h"
+
+namespace {
+
+// uuencode[text;name]: both parameters expanded unescaped; the text up to its first NUL.
+char* op_uuencode(int count, char** params)
+{
+    {
+        escape_mode_scope none(ESCAPE_MODE_NONE);
+        expand_param(params, 0);
+        expand_param(params, 1);
+    }
+    return build_attachment(params[0], str_len0(params[0]),
+                            param_or(count, params, 1, "noname.dat"));
+}
+
+constexpr op_row rows[] = {
+    // name       handler      params  flags
+    {"uuencode", op_uuencode, 2, RAW_PARAMS},
+};
+
+} // namespace
+
+void register_uuencode_ops()
+{
+    register_rows(rows);
+}
