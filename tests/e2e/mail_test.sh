@@ -23,16 +23,8 @@ esac
 TOKEN=tessel-mail-$$-$RANDOM
 DAEMON=
 MAIL_USER=
-SENDER=$(id -un)
-if [[ $(id -u) -eq 0 ]]; then
-    MAIL_USER=tsm$$r$RANDOM
-    useradd -M -d "$WORK/home" -s /usr/sbin/nologin "$MAIL_USER" || exit 1
-    mkdir -p "$WORK/home"
-    chown "$MAIL_USER" "$WORK/home"
-    SENDER=$(id -un www-data 2>/dev/null || echo nobody)
-fi
-RECIPIENT=${MAIL_USER:-$(id -un)}
-MAILBOX=/var/mail/$RECIPIENT
+SENDER=
+MAILBOX=
 
 # Messages of this run are taken out of a mailbox again, in place (the file keeps its owner),
 # under the lock that the agent respects.
@@ -58,14 +50,27 @@ PY
 
 e2e_stop_more() {
     bash "$E2E_ROOT/scripts/mail.sh" stop "$DAEMON" || true
-    remove_test_mail "/var/mail/$SENDER"
+    [[ -z $SENDER ]] || remove_test_mail "/var/mail/$SENDER"
     if [[ -n $MAIL_USER ]]; then
         userdel "$MAIL_USER" 2>/dev/null || true
         rm -f "/var/mail/$MAIL_USER"
-    else
+    elif [[ -n $MAILBOX ]]; then
         remove_test_mail "$MAILBOX"
     fi
 }
+
+# As root, a user of this run receives the mail; the server's children send it.
+SENDER=$(id -un)
+if [[ $(id -u) -eq 0 ]]; then
+    name=tsm$$r$RANDOM
+    useradd -M -d "$WORK/home" -s /usr/sbin/nologin "$name" || exit 1
+    MAIL_USER=$name
+    mkdir -p "$WORK/home"
+    chown "$MAIL_USER" "$WORK/home"
+    SENDER=$(id -un www-data 2>/dev/null || echo nobody)
+fi
+RECIPIENT=${MAIL_USER:-$(id -un)}
+MAILBOX=/var/mail/$RECIPIENT
 DAEMON=$(bash "$E2E_ROOT/scripts/mail.sh" start) || fail "the mail daemon did not start"
 
 # Waits until the mailbox holds count messages of this run; false after about 20 seconds.
