@@ -78,10 +78,12 @@ char* op_download(int count, char** params)
     return nullptr;
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name       handler      params  flags
-    {"download", op_download, 0, 0},
+    {"download",  op_download, 0,      0},
 };
+// clang-format on
 
 } // namespace
 

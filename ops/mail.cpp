@@ -89,11 +89,12 @@ void mail_write_all(int fd, const char* text, size_t size)
     signal(SIGPIPE, saved);
 }
 
-// The report of the mail program: one read of its output, "" when it printed nothing.
-void mail_read_report(int fd, char (&report)[REPORT_BUFFER])
+// One read of the mail program's output into report; true when it printed anything.
+bool mail_read_report(int fd, char (&report)[REPORT_BUFFER])
 {
     ssize_t got = read(fd, report, REPORT_BUFFER - 1);
     report[got > 0 ? got : 0] = '\0';
+    return got > 0;
 }
 
 // sendmail[message]: the expanded message, recoded, piped to "sendmail -t". Any output of the
@@ -115,20 +116,22 @@ char* op_sendmail(int, char** params)
     mail_write_all(child.in_fd, message, strlen(message));
     close(child.in_fd);
     char report[REPORT_BUFFER];
-    mail_read_report(child.out_fd, report);
+    bool reported = mail_read_report(child.out_fd, report);
     close(child.out_fd);
     close(child.err_fd);
     int code = wait_child(child);
-    if (code == 0 && !report[0])
+    if (code == 0 && !reported)
         return nullptr;
-    return str_join("[sendmail reported error: ", report[0] ? report : "UNKNOWN", ", #",
+    return str_join("[sendmail reported error: ", reported ? report : "UNKNOWN", ", #",
                     fmt_int(code), "]", nullptr);
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name       handler       params  flags
-    {"sendmail", op_sendmail, 1, RAW_PARAMS},
+    {"sendmail",  op_sendmail,  1,      RAW_PARAMS},
 };
+// clang-format on
 
 } // namespace
 

@@ -1,6 +1,7 @@
 // Upload: `upload` saves or inspects a file that arrived in a multipart form field, `unlink`
 // removes a file. The raw file routines that `download` shares live here too.
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -120,11 +121,13 @@ char* op_unlink(int count, char** params)
     return str_join("[unlink '", name, "' failed: ", reason.get(), "]", nullptr);
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name     handler     params  flags
-    {"upload", op_upload, 0, 0},
-    {"unlink", op_unlink, 1, 0},
+    {"upload",  op_upload,  0,      0},
+    {"unlink",  op_unlink,  1,      0},
 };
+// clang-format on
 
 } // namespace
 
@@ -136,6 +139,12 @@ char* read_file_raw(const char* path, int& size, char*& error)
     int fd = -1;
     if (!path || stat(path, &info) != 0 || (fd = open(path, O_RDONLY)) < 0) {
         error = path ? system_error_text() : str_dup("no filename specified");
+        return nullptr;
+    }
+    if (info.st_size >= INT_MAX) { // sizes are counted in int, as form data is
+        close(fd);
+        errno = EFBIG;
+        error = system_error_text();
         return nullptr;
     }
     char* data = static_cast<char*>(checked_malloc(info.st_size + 1));

@@ -19,10 +19,12 @@ char* op_uuencode(int count, char** params)
                             param_or(count, params, 1, "noname.dat"));
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name       handler      params  flags
-    {"uuencode", op_uuencode, 2, RAW_PARAMS},
+    {"uuencode",  op_uuencode, 2,      RAW_PARAMS},
 };
+// clang-format on
 
 } // namespace
 
