@@ -2,11 +2,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "cgi/log.h"
-#include "cgi/request.h"
+#include "core/log.h"
 #include "core/table.h"
 #include "interp/macros.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 #include "ops/upload.h"
 

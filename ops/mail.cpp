@@ -5,12 +5,12 @@
 #include <strings.h>
 #include <unistd.h>
 
-#include "cgi/charset.h"
-#include "cgi/log.h"
-#include "cgi/request.h"
+#include "core/charset.h"
+#include "core/log.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/mail.h"
 #include "ops/ops.h"
 
@@ -99,11 +99,11 @@ bool mail_read_report(int fd, char (&report)[REPORT_BUFFER])
 
 // sendmail[message]: the expanded message, recoded, piped to "sendmail -t". Any output of the
 // program counts as failure, whatever its exit code.
-char* op_sendmail(int, char** params)
+char* op_sendmail(int count, char** params)
 {
     escape_mode_scope config(ESCAPE_MODE_CONFIG);
-    expand_param(params, 0);
-    char* message = charset_convert(params[0], req.source_charset, MAIL_CHARSET);
+    char* message =
+        charset_convert(expand_param_text(count, params, 0), req.source_charset, MAIL_CHARSET);
     if (!str_nonempty(message))
         return nullptr;
     const char* program =
@@ -139,7 +139,7 @@ char* build_attachment(const char* data, int length, const char* name)
 {
     if (!data || length < 1)
         return nullptr;
-    name = name ? name : "";
+    name = str_or_empty(name);
     str_builder out;
     out.reserve(200 + 2 * strlen(name) + (length + LINE_BYTES - 1) / LINE_BYTES * 62);
     out.append("Content-Type: ");

@@ -7,12 +7,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "cgi/charset.h"
 #include "cgi/form.h"
-#include "cgi/log.h"
-#include "cgi/request.h"
+#include "core/charset.h"
+#include "core/log.h"
 #include "core/str.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/mail.h"
 #include "ops/ops.h"
 #include "ops/upload.h"

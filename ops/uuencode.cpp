@@ -10,13 +10,14 @@ namespace {
 // uuencode[text;name]: both parameters expanded unescaped; the text up to its first NUL.
 char* op_uuencode(int count, char** params)
 {
+    const char* text;
+    const char* name;
     {
         escape_mode_scope none(ESCAPE_MODE_NONE);
-        expand_param(params, 0);
-        expand_param(params, 1);
+        text = expand_param_text(count, params, 0);
+        name = expand_param_text(count, params, 1);
     }
-    return build_attachment(params[0], str_len0(params[0]),
-                            param_or(count, params, 1, "noname.dat"));
+    return build_attachment(text, str_len0(text), str_nonempty(name) ? name : "noname.dat");
 }
 
 // clang-format off

@@ -57,6 +57,8 @@ constexpr owned_name REGISTERED[] = {
     {"macro_use",       "macros"},
     // match
     {"match",           "match"},
+    // mail
+    {"sendmail",        "mail"},
     // sort
     {"sort",            "sort"},
     // string_case
@@ -80,6 +82,11 @@ constexpr owned_name REGISTERED[] = {
     {"table",           "tables"},
     // cookie
     {"cookie",          "cookie"},
+    // upload
+    {"unlink",          "upload"},
+    {"upload",          "upload"},
+    // uuencode
+    {"uuencode",        "uuencode"},
     // sql
     {"server",          "sql"},
     {"sql",             "sql"},
@@ -99,6 +106,8 @@ constexpr owned_name REGISTERED[] = {
     // access
     {"auth",            "access"},
     {"user",            "access"},
+    // download
+    {"download",        "download"},
     // strings
     {"ascii",           "strings"},
     {"char",            "strings"},
