@@ -66,15 +66,16 @@ do_start() {
     mkdir -p "$dir"
     dir=$(cd "$dir" && pwd)
     [ -f "$dir/mariadbd.pid" ] && do_stop "$dir"
-    rm -rf "$dir/data"
+    rm -rf "$dir/data" "$dir/tmp"
+    mkdir -p "$dir/tmp"  # its own temp folder: servers set up at once must not share /tmp files
     [ -n "$port" ] || port=$(free_port)
     user_opt=""
     [ "$(id -u)" = 0 ] && user_opt=--user=root
 
     "$install_db" --no-defaults --datadir="$dir/data" $user_opt --auth-root-authentication-method=socket \
-        --skip-test-db --innodb-log-file-size=8M >"$dir/install.log" 2>&1 || { cat "$dir/install.log" >&2; die "mariadb-install-db failed"; }
+        --tmpdir="$dir/tmp" --skip-test-db --innodb-log-file-size=8M >"$dir/install.log" 2>&1 || { cat "$dir/install.log" >&2; die "mariadb-install-db failed"; }
 
-    "$mariadbd" --no-defaults --datadir="$dir/data" $user_opt --bind-address=127.0.0.1 --port="$port" \
+    "$mariadbd" --no-defaults --datadir="$dir/data" --tmpdir="$dir/tmp" $user_opt --bind-address=127.0.0.1 --port="$port" \
         --socket="$dir/mariadbd.sock" --pid-file="$dir/mariadbd.pid" --log-error="$dir/mariadbd.log" \
         --character-set-server=koi8r --collation-server=koi8r_general_ci \
         --skip-log-bin --skip-name-resolve --innodb-buffer-pool-size=16M --innodb-log-file-size=8M --max-connections=50 \
