@@ -1,0 +1,43 @@
+// Image sizes: `imgsize`, `jpegsize` and `gifsize` leave the pixel size of a GIF or JPEG file
+// as the current table, one row "width<TAB>height", for width and height attributes.
+#include "core/image_size.h"
+#include "cgi/request.h"
+#include "core/str.h"
+#include "core/table.h"
+#include "interp/registry.h"
+#include "ops/ops.h"
+
+namespace {
+
+// All three names: the file's extension, not the name, chooses the reader. "0\t0" whenever
+// the size cannot be read.
+char* op_imgsize(int count, char** params)
+{
+    str_holder path(resolve_path(param_text(count, params, 0)));
+    req.tables->remove_current();
+    int width = 0, height = 0;
+    if (!image_file_size(path.get(), width, height))
+        width = height = 0;
+    str_builder text;
+    text.append(fmt_int(width));
+    text.append('\t');
+    text.append(fmt_int(height));
+    req.tables->store(new table(text.take(false)));
+    return nullptr;
+}
+
+// clang-format off
+constexpr op_row rows[] = {
+    // name       handler     params  flags
+    {"imgsize",   op_imgsize, 1,      0},
+    {"jpegsize",  op_imgsize, 1,      0},
+    {"gifsize",   op_imgsize, 1,      0},
+};
+// clang-format on
+
+} // namespace
+
+void register_image_size_ops()
+{
+    register_rows(rows);
+}
