@@ -12,7 +12,7 @@ void register_all_operators()
     register_misc_ops();             // 4
     // 5 exec
     // 6 files
-    // 7 image sizes
+    register_image_size_ops();       // 7
     register_compare_ops();          // 8
     register_macro_ops();            // 9
     register_match_ops();            // 10
@@ -26,7 +26,7 @@ void register_all_operators()
     register_sql_ops();              // 18
     // 19 counter
     register_date_ops();             // 20
-    // 21 GIF template
+    register_gif_template_ops();     // 21
     register_switch_ops();           // 22
     register_control_ops();          // 23
     register_access_ops();           // 24
