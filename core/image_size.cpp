@@ -36,18 +36,19 @@ bool jpeg_size(FILE* f, int& width, int& height)
     if (fread(start, 1, 2, f) < 2 || start[1] != JPEG_START)
         return false;
     unsigned char frame[JPEG_FRAME_SIZE] = {};
-    unsigned char read[JPEG_APP0_SKIP];
+    unsigned char bytes[JPEG_APP0_SKIP];
     bool app0_seen = false;
-    for (int c = getc(f); c != EOF; c = getc(f)) {
+    // One process, one thread: the stream needs no locking per byte.
+    for (int c = getc_unlocked(f); c != EOF; c = getc_unlocked(f)) {
         if (c != JPEG_MARK)
             continue;
-        int marker = getc(f);
+        int marker = getc_unlocked(f);
         if (marker == JPEG_BASELINE || marker == JPEG_PROGRESSIVE) {
-            if (fread(read, 1, JPEG_FRAME_SIZE, f) == JPEG_FRAME_SIZE) // a cut-off one is not kept
-                memcpy(frame, read, JPEG_FRAME_SIZE);
+            if (fread(bytes, 1, JPEG_FRAME_SIZE, f) == JPEG_FRAME_SIZE) // a cut-off one is not kept
+                memcpy(frame, bytes, JPEG_FRAME_SIZE);
         } else if (marker == JPEG_APP0 && !app0_seen) {
             app0_seen = true;
-            (void)!fread(read, 1, JPEG_APP0_SKIP, f); // skipped, whatever its length
+            (void)!fread(bytes, 1, JPEG_APP0_SKIP, f); // skipped, whatever its length
         }
     }
     height = big_endian(frame + 3);
@@ -55,7 +56,8 @@ bool jpeg_size(FILE* f, int& width, int& height)
     return true;
 }
 
-// The extension after the last "." in upper case, cut to fit buffer. Ownership: view of buffer.
+// The extension after the last "." in upper case; empty when there is none or it does not
+// fit the buffer. Ownership: view of buffer.
 const char* upper_extension(const char* path, char (&buffer)[8])
 {
     const char* dot = strrchr(path, '.');
