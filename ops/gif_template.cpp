@@ -196,7 +196,7 @@ void gif_glyph_rows(const gif_font& font, int glyph, int& top, int& count)
 {
     long long first = (long long)glyph * font.cell_height + 1;
     long long end = std::min<long long>(first + font.cell_height - 1, gdImageSY(font.image));
-    top = (int)std::min<long long>(first, INT_MAX);
+    top = (int)std::clamp<long long>(first, 0, INT_MAX);
     count = (int)std::max<long long>(end - first, 0);
 }
 
