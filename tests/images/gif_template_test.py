@@ -3,6 +3,8 @@
 
 Usage: gif_template_test.py PROGRAM
 """
+import random
+
 import picture_site
 from picture_site import SiteTest, as_rows, paletted
 
@@ -126,6 +128,24 @@ class GifTemplateTest(SiteTest):
         # Without a font, lines that draw no text still work.
         self.assertEqual(as_rows(self.response("replace_color\tff0000\t00ff00\t0,0,0,1")[1],
                                  NAMES), ["Grrr", "Grrr"])
+
+    def test_damaged_pictures_never_crash(self):
+        """Templates and fonts with bytes changed at random (fixed seed) still give a GIF."""
+        rng = random.Random(15)
+        template = paletted(["r.b." * 4] * 8, TEMPLATE_COLORS)
+        font = self.site.read("font.gif")
+        commands = "replace_color\tff0000\t00ff00\t0,0,15,0,15,7\n0\t1\t1\tAB.C?"
+        for _ in range(40):
+            damaged = [bytearray(template), bytearray(font)]
+            for picture in damaged:
+                for _ in range(3):
+                    picture[rng.randrange(6, len(picture) - 1)] = rng.randrange(256)
+            self.site.write("t.gif", bytes(damaged[0]))
+            self.site.write("font.gif", bytes(damaged[1]))
+            header, body = self.response(commands)
+            self.assertEqual(header, "Content-type: image/gif")
+            self.assertEqual(body[:3], b"GIF")
+            as_rows(body, NAMES)  # PIL decodes it
 
     def test_polygon_far_outside(self):
         far = 2000000000
