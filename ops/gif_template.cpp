@@ -10,14 +10,14 @@
 #include <sys/stat.h>
 #include <vector>
 
-#include "cgi/log.h"
-#include "cgi/request.h"
 #include "core/gd_library.h"
 #include "core/image_size.h"
+#include "core/log.h"
 #include "core/polygon_fill.h"
 #include "core/str.h"
 #include "interp/macros.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
@@ -149,7 +149,9 @@ bool gif_parse_color(const char* text, int (&rgb)[3])
     for (int i = 0; i < 6; i++)
         if (!text || !isxdigit((unsigned char)text[i]))
             return false;
-    return sscanf(text, "%2x%2x%2x", &rgb[0], &rgb[1], &rgb[2]) == 3;
+    for (int i = 0; i < 3; i++)
+        rgb[i] = 16 * str_hex_digit(text[2 * i]) + str_hex_digit(text[2 * i + 1]);
+    return true;
 }
 
 // Corners from "x1,y1,x2,y2,..."; an odd trailing number is dropped. Ownership: borrows text.
@@ -245,7 +247,7 @@ bool gif_draw_text(const gif_canvas& c, const char* advance_text, char* fields)
     int advance = str_to_int(advance_text);
     long long x = str_to_int(str_take_token(fields, '\t'));
     int y = str_to_int(str_take_token(fields, '\t'));
-    for (const char* p = fields ? fields : ""; *p; p++) {
+    for (const char* p = str_or_empty(fields); *p; p++) {
         int glyph = c.font.glyph_of[(unsigned char)*p];
         int width = gif_glyph_width(c, glyph);
         if (glyph != 0)

@@ -1,10 +1,10 @@
 // Image sizes: `imgsize`, `jpegsize` and `gifsize` leave the pixel size of a GIF or JPEG file
 // as the current table, one row "width<TAB>height", for width and height attributes.
 #include "core/image_size.h"
-#include "cgi/request.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
@@ -22,7 +22,7 @@ char* op_imgsize(int count, char** params)
     text.append(fmt_int(width));
     text.append('\t');
     text.append(fmt_int(height));
-    req.tables->store(new table(text.take(false)));
+    store_current_table(new table(text.take(false)));
     return nullptr;
 }
 

@@ -39,6 +39,10 @@ constexpr owned_name REGISTERED[] = {
     {"random",          "misc"},
     {"rem",             "misc"},
     {"sum",             "misc"},
+    // image_size
+    {"gifsize",         "image_size"},
+    {"imgsize",         "image_size"},
+    {"jpegsize",        "image_size"},
     // compare
     {"cmp",             "compare"},
     {"default",         "compare"},
@@ -94,6 +98,8 @@ constexpr owned_name REGISTERED[] = {
     {"calendar",        "dates"},
     {"dateoffset",      "dates"},
     {"loadtimestamp",   "dates"},
+    // gif_template
+    {"gif_template",    "gif_template"},
     // switch
     {"case",            "switch"},
     {"switch",          "switch"},
