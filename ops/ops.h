@@ -25,7 +25,9 @@ void register_gif_template_ops();
 void register_switch_ops();
 void register_control_ops();
 void register_access_ops();
+void register_thread_ops();
 void register_download_ops();
+void register_chat_ops();
 void register_string_ops();
 
 #endif

@@ -30,9 +30,9 @@ void register_all_operators()
     register_switch_ops();           // 22
     register_control_ops();          // 23
     register_access_ops();           // 24
-    // 25 forum threads
+    register_thread_ops();           // 25
     register_download_ops();         // 26
-    // 27 chat
+    register_chat_ops();             // 27
     register_string_ops();           // 28
     // 29 resource log
 }

@@ -1,0 +1,117 @@
+// Forum-thread formatting: a message turned into a quoted reply, and a message cut at its
+// cut mark for a listing.
+#include <cstring>
+
+#include "core/str.h"
+#include "interp/escape.h"
+#include "interp/registry.h"
+#include "ops/ops.h"
+
+namespace {
+
+constexpr int QUOTE_WIDTH = 72;    // line width of a quoted reply unless the page gives one
+constexpr int QUOTE_MIN_TEXT = 20; // a narrow width still leaves this much text per line
+constexpr const char* CUT_MARK = "[cut]";
+
+// The text passed through the current output escaping. Ownership: takes text, new result.
+char* thread_escaped(char* text)
+{
+    char* escaped = escape_apply(text, false);
+    if (escaped != text)
+        str_free(text);
+    return escaped;
+}
+
+// Appends words to out as lines of at most width bytes, each opened by prefix; a word longer
+// than a line stands alone on its line. An empty text gives the prefix alone, without its
+// trailing blank.
+void quote_wrap(str_builder& out, const char* prefix, const char* words, int width)
+{
+    int room = int_max(width - (int)strlen(prefix), QUOTE_MIN_TEXT);
+    int used = -1; // bytes on the current line after the prefix; -1 before the first word
+    for (const char* p = words; *p;) {
+        p += strspn(p, " ");
+        int length = strcspn(p, " ");
+        if (length == 0)
+            break;
+        if (used >= 0 && used + 1 + length <= room) {
+            out.append(' ');
+            used += 1 + length;
+        } else {
+            if (used >= 0)
+                out.append('\n');
+            out.append(prefix);
+            used = length;
+        }
+        out.append(p, length);
+        p += length;
+    }
+    if (used < 0)
+        out.append(prefix, strlen(prefix) - 1);
+}
+
+// One line of the message, quoted once more: ">" before the quote marks it has, then a blank.
+void quote_line(str_builder& out, const char* line, int width)
+{
+    int marks = strspn(line, ">");
+    str_holder prefix(str_dup(">"));
+    for (int i = 0; i < marks; i++)
+        str_append(prefix.ref(), ">");
+    str_append(prefix.ref(), " ");
+    const char* words = line + marks;
+    quote_wrap(out, prefix.get(), words, width);
+}
+
+// hotline_quote[text;width]: every line marked with "> ", lines that were quotes already get
+// one more ">", and lines longer than width (72 by default) wrapped at blanks. Escaped.
+char* op_hotline_quote(int count, char** params)
+{
+    int width = param_int(count, params, 1);
+    str_holder text(str_dup(param_text(count, params, 0)));
+    if (!str_nonempty(text.get()))
+        return nullptr;
+    str_builder out;
+    char* cursor = text.get();
+    str_replace_char(cursor, '\r', ' ');
+    str_replace_char(cursor, '\t', ' ');
+    while (cursor) {
+        const char* line = str_take_token(cursor, '\n');
+        if (!cursor && !*line)
+            break; // the line end of the last line opens no further line
+        if (out.size() > 0)
+            out.append('\n');
+        quote_line(out, line, width > 0 ? width : QUOTE_WIDTH);
+    }
+    return thread_escaped(out.take(true));
+}
+
+// hotline_cutmark_thread[text;link;mark]: the text up to its first cut mark ("[cut]" by
+// default), followed by the link; the whole text when it holds no mark. The text is escaped,
+// the link is the page's own markup and is not.
+char* op_hotline_cutmark_thread(int count, char** params)
+{
+    str_holder text(str_dup(param_text(count, params, 0)));
+    const char* mark = param_or(count, params, 2, CUT_MARK);
+    char* found = text.get() ? strstr(text.get(), mark) : nullptr;
+    if (!found)
+        return thread_escaped(text.release());
+    int length = found - text.get();
+    while (length > 0 && strchr(" \n\r\t", text.get()[length - 1]))
+        length--;
+    char* shown = thread_escaped(str_dup_n(text.get(), length));
+    str_append(shown, param_text(count, params, 1));
+    return shown;
+}
+
+constexpr op_row rows[] = {
+    // name                      handler                     params  flags
+    {"hotline_cutmark_thread", op_hotline_cutmark_thread, 0, 0},
+    {"hotline_quote", op_hotline_quote, 0, 0},
+};
+
+} // namespace
+
+void register_thread_ops()
+{
+    register_rows(rows);
+}
