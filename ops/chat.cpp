@@ -679,9 +679,9 @@ char* op_userlist(int count, char** params)
     out.append("nick\tidle\tadmin\tme\n");
     for (int i = 0; i < users.count(); i++) {
         str_holder nick(users.cell(i, 0)), admin(users.cell(i, 3));
-        str_holder row(str_join(nick.get(), "\t", fmt_ulong(now - users.seen(i)), "\t",
-                                str_equal(admin.get(), "1") ? "1" : "", "\t", i == me ? "1" : "",
-                                "\n", nullptr));
+        str_holder row(str_join(
+            nick.get(), "\t", fmt_ulong(now > users.seen(i) ? now - users.seen(i) : 0), "\t",
+            str_equal(admin.get(), "1") ? "1" : "", "\t", i == me ? "1" : "", "\n", nullptr));
         out.append(row.get());
     }
     chat_store(out.take(false));
@@ -730,12 +730,19 @@ char* op_cookie(int, char**)
     return chat_visitor_ticket();
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name        handler       params  flags
-    {"log", op_log, 0, 0},           {"login", op_login, 0, 0},     {"cookie", op_cookie, 0, 0},
-    {"userlist", op_userlist, 0, 0}, {"chat", op_chat, 0, 0},       {"validate", op_validate, 0, 0},
-    {"message", op_message, 0, 0},   {"startup", op_startup, 0, 0},
+    {"log",        op_log,       0,      0},
+    {"login",      op_login,     0,      0},
+    {"cookie",     op_cookie,    0,      0},
+    {"userlist",   op_userlist,  0,      0},
+    {"chat",       op_chat,      0,      0},
+    {"validate",   op_validate,  1,      0},
+    {"message",    op_message,   1,      0},
+    {"startup",    op_startup,   0,      0},
 };
+// clang-format on
 
 } // namespace
 

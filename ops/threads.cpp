@@ -50,20 +50,35 @@ void quote_wrap(str_builder& out, const char* prefix, const char* words, int wid
         out.append(prefix, strlen(prefix) - 1);
 }
 
+// The number of quote marks that open line, each ">" or its escaped form "&gt;" (text that
+// went through the page's escaping once already), and the rest after them.
+int quote_marks(const char*& line)
+{
+    int marks = 0;
+    for (;; marks++) {
+        if (*line == '>')
+            line++;
+        else if (strncmp(line, "&gt;", 4) == 0)
+            line += 4;
+        else
+            return marks;
+    }
+}
+
 // One line of the message, quoted once more: ">" before the quote marks it has, then a blank.
 void quote_line(str_builder& out, const char* line, int width)
 {
-    int marks = strspn(line, ">");
+    int marks = quote_marks(line);
     str_holder prefix(str_dup(">"));
     for (int i = 0; i < marks; i++)
         str_append(prefix.ref(), ">");
     str_append(prefix.ref(), " ");
-    const char* words = line + marks;
-    quote_wrap(out, prefix.get(), words, width);
+    quote_wrap(out, prefix.get(), line, width);
 }
 
 // hotline_quote[text;width]: every line marked with "> ", lines that were quotes already get
-// one more ">", and lines longer than width (72 by default) wrapped at blanks. Escaped.
+// one more ">", and lines longer than width (72 by default) wrapped at blanks. Escaped, so
+// marks that arrive escaped ("&gt;", from form or item) count as quote marks too.
 char* op_hotline_quote(int count, char** params)
 {
     int width = param_int(count, params, 1);
@@ -103,11 +118,13 @@ char* op_hotline_cutmark_thread(int count, char** params)
     return shown;
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name                      handler                     params  flags
-    {"hotline_cutmark_thread", op_hotline_cutmark_thread, 0, 0},
-    {"hotline_quote", op_hotline_quote, 0, 0},
+    {"hotline_cutmark_thread",  op_hotline_cutmark_thread,  0,      0},
+    {"hotline_quote",           op_hotline_quote,           0,      0},
 };
+// clang-format on
 
 } // namespace
 
