@@ -55,6 +55,18 @@ char* chat_file_error(const char* op, const char* path)
     return str_join("[", op, ": cannot use ", path, ": ", reason.get(), "]", nullptr);
 }
 
+// The error text with the visitor's input that caused it, escaped, and "]".
+// Ownership: borrows both, new result.
+char* chat_error_about(const char* error, const char* input)
+{
+    str_holder copy(str_dup(input));
+    char* escaped = escape_apply(copy.get(), false);
+    if (escaped == copy.get())
+        copy.release();
+    str_holder shown(escaped);
+    return str_join(error, shown.get(), "]", nullptr);
+}
+
 // Creates the folders of the layout; null on success, else the error for op.
 // Ownership: new result.
 char* chat_make_layout(const char* op)
@@ -428,7 +440,7 @@ char* chat_edit_bans(const char* nick, bool ban)
 char* chat_ban(const char* nick, bool ban)
 {
     if (chat_nick_form_error(nick))
-        return str_join("[message: no such nick ", nick, "]", nullptr);
+        return chat_error_about("[message: no such nick ", nick);
     if (char* error = chat_edit_bans(nick, ban))
         return error;
     if (!ban)
@@ -716,7 +728,7 @@ char* op_log(int count, char** params)
         return nullptr;
     }
     if (!chat_is_day(day))
-        return str_join("[log: bad day ", day, "]", nullptr);
+        return chat_error_about("[log: bad day ", day);
     str_holder path(str_join(LOG_DIR, day, nullptr));
     str_holder text(read_file(path.get(), true, true));
     chat_store(str_join(MESSAGE_COLUMNS, text.get(), nullptr));

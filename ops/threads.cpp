@@ -100,21 +100,37 @@ char* op_hotline_quote(int count, char** params)
     return thread_escaped(out.take(true));
 }
 
-// hotline_cutmark_thread[text;link;mark]: the text up to its first cut mark ("[cut]" by
-// default), followed by the link; the whole text when it holds no mark. The text is escaped,
-// the link is the page's own markup and is not.
+// The text with every mark taken out: the whole message, as its own page shows it.
+// Ownership: borrows text and mark, new result.
+char* cutmark_removed(const char* text, const char* mark)
+{
+    str_builder out;
+    size_t skip = strlen(mark);
+    for (const char* found; (found = strstr(text, mark)); text = found + skip)
+        out.append(text, found - text);
+    out.append(text);
+    return out.take(true);
+}
+
+// hotline_cutmark_thread[text;link;mark]: with a link, the text up to its first cut mark
+// ("[cut]" unless mark names another), followed by the link, or the whole text when it holds
+// no mark; without a link, the whole text with the marks taken out. The text is escaped, the
+// link is the page's own markup and is not.
 char* op_hotline_cutmark_thread(int count, char** params)
 {
-    str_holder text(str_dup(param_text(count, params, 0)));
+    const char* text = param_text(count, params, 0);
+    const char* link = param_text(count, params, 1);
     const char* mark = param_or(count, params, 2, CUT_MARK);
-    char* found = text.get() ? strstr(text.get(), mark) : nullptr;
+    const char* found = text ? strstr(text, mark) : nullptr;
+    if (!str_nonempty(link))
+        return thread_escaped(cutmark_removed(text ? text : "", mark));
     if (!found)
-        return thread_escaped(text.release());
-    int length = found - text.get();
-    while (length > 0 && strchr(" \n\r\t", text.get()[length - 1]))
+        return thread_escaped(str_dup(text));
+    int length = found - text;
+    while (length > 0 && strchr(" \n\r\t", text[length - 1]))
         length--;
-    char* shown = thread_escaped(str_dup_n(text.get(), length));
-    str_append(shown, param_text(count, params, 1));
+    char* shown = thread_escaped(str_dup_n(text, length));
+    str_append(shown, link);
     return shown;
 }
 
