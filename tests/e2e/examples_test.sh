@@ -35,7 +35,7 @@ check_renders() {
 check_renders /
 links=$(grep -o 'href="[a-z_]*\.html"' "$BODY" | sed 's/href="\(.*\)"/\1/')
 check_equal "the welcome page links the example pages" \
-    "tables.html loops.html form.html text.html sql.html images.html" "$(echo $links)"
+    "tables.html loops.html form.html text.html sql.html images.html chat.html thread.html" "$(echo $links)"
 for page in $links; do
     if [[ $page != sql.html || -n $db ]]; then check_renders "/$page"; fi
 done

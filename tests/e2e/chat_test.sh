@@ -1,0 +1,123 @@
+#!/usr/bin/env bash
+# The chat through a private Apache: two visitors (two cookie jars) join, post and read each
+# other's messages; 50 posts sent at once all arrive, each on a whole line of the index and of
+# the day's archive; the admin password set by scripts/chat_password.sh is checked, a wrong one
+# refused, a banned nick cannot join; a message holding calls, markup and tabs comes back as
+# inert, escaped text; the chat's files stay out of the browser's reach.
+# Usage: chat_test.sh PROGRAM
+set -uo pipefail
+source "$(dirname "$0")/lib.sh" "$1"
+
+# check_contains WHAT TEXT [FILE]: the body (or the file) holds the text.
+check_contains() {
+    if grep -qF -- "$2" "${3:-$BODY}"; then
+        echo "ok: $1"
+    else
+        fail "$1"
+        echo "  missing: $(printf '%q' "$2")"
+        echo "  in:      $(head -c 2000 "${3:-$BODY}")"
+    fi
+}
+
+cp "$E2E_ROOT/examples/site/"{chat.html,chatlog.html,_macro.cfg} "$SITE/"
+printf '[^level[none;^login[^form[nick];^form[password]]]]\n' >"$SITE/join.html"
+printf '[^level[none;^message[^form[text]]]]\n' >"$SITE/post.html"
+printf '[^login[]] ^userlist[]^menu[^item[nick];,]\n^chat[100]^menu[^item[nick]: ^item[text]\n]\n' \
+    >"$SITE/read.html"
+chmod 644 "$SITE"/*
+e2e_start
+JARS=$WORK/jars
+mkdir -p "$JARS"
+
+# join JAR NICK [PASSWORD]; post JAR TEXT; read JAR
+join() { e2e_get /join.html -b "$JARS/$1" -c "$JARS/$1" --data-urlencode "nick=$2" \
+    --data-urlencode "password=${3:-}"; }
+post() { e2e_get /post.html -b "$JARS/$1" -c "$JARS/$1" --data-urlencode "text=$2"; }
+read_room() { e2e_get /read.html -b "$JARS/$1" -c "$JARS/$1"; }
+
+join a ann
+check_body "ann joins" $'[]\n'
+check_contains "the ticket is a session cookie" $'\tchat\t' "$JARS/a"
+join b bob
+check_body "bob joins" $'[]\n'
+join c Ann
+check_body "a nick that is present is taken" $'[[login: nick is taken]]\n'
+post a "hello from ann"
+post b "hello from bob"
+read_room a
+check_body "ann reads both messages" \
+    $'[ann] ann,bob\nann: hello from ann\nbob: hello from bob\n'
+read_room b
+check_contains "bob reads them too" "[bob] ann,bob"
+
+# 50 posts at once, 25 from each visitor: none lost, none torn. While another process holds
+# the index's lock they all wait, then they go on together.
+index=$CGI_BIN/chat/index
+archive=$CGI_BIN/chat/log/$(date +%Y-%m-%d)
+before=$(cat "$index")
+# The locker copies the index at the end of its hold, when the posts have been waiting.
+flock "$index" -c "touch '$WORK/locked'; sleep 4; cat '$index' >'$WORK/during'" &
+for ((i = 0; i < 100; i++)); do [[ -e $WORK/locked ]] && break; sleep 0.1; done
+for i in $(seq 1 50); do
+    if ((i % 2)); then jar=a; else jar=b; fi
+    curl -s -o /dev/null -b "$JARS/$jar" --data-urlencode "text=burst $i" "$BASE/post.html" &
+done
+wait
+check_equal "posts wait while the index is locked" "$before" "$(cat "$WORK/during")"
+line='^[0-9]{4}-[0-9]{2}-[0-9]{2}\t[0-9]{2}:[0-9]{2}:[0-9]{2}\t(ann|bob)\t(hello from (ann|bob)|burst [0-9]+)$'
+for file in "$index" "$archive"; do
+    check_equal "$(basename "$file"): every line whole" 52 "$(grep -cP "$line" "$file")"
+    check_equal "$(basename "$file"): no other line" 52 "$(wc -l <"$file")"
+    check_equal "$(basename "$file"): every burst post once" "$(seq 1 50)" \
+        "$(grep -oP 'burst \K[0-9]+' "$file" | sort -n)"
+done
+check_equal "odd posts are ann's" 25 "$(grep -cP '\tann\tburst [0-9]*[13579]$' "$index")"
+
+# The admin: the password is stored hashed, a wrong one is refused and logged.
+echo 'open sesame' | bash "$E2E_ROOT/scripts/chat_password.sh" "$CGI_BIN/tessel" "$CGI_BIN" ||
+    fail "chat_password.sh"
+if grep -q 'sesame' "$CGI_BIN/chat/admin/password"; then fail "password stored in plain text"; fi
+check_equal "the password is a salted crypt hash" 1 \
+    "$(grep -cE '^\$y\$[^$]+\$[^$]+\$[./0-9A-Za-z]+$' "$CGI_BIN/chat/admin/password")"
+join d boss wrong
+check_body "a wrong admin password is refused" $'[[login: wrong admin password]]\n'
+check_equal "no ticket for a refused admin" "" "$(header_value set-cookie)"
+check_contains "the refusal is logged" "wrong admin password for boss" "$CGI_BIN/error_log"
+post b "/ban carl"
+check_body "only the admin bans" $'[[message: only the admin may use /ban, /unban and /clear]]\n'
+join d boss 'open sesame'
+check_body "the admin joins" $'[]\n'
+post d "/ban carl"
+check_body "the admin bans a nick" $'[]\n'
+join e carl
+check_body "a banned nick cannot join" $'[[login: nick is banned]]\n'
+post d "/ban bob"
+post b "still here?"
+check_body "a banned visitor who was present is out" $'[[message: join the chat first]]\n'
+post d "/unban carl"
+join e carl
+check_body "a lifted ban lets the nick join" $'[]\n'
+
+# Calls, markup and tabs in a message are data: stored as typed, shown escaped, never run.
+post a $'^var[x;1]^include[/etc/passwd] <script>alert("x")</script>\tTAB\t^^end'
+check_body "the message is accepted" $'[]\n'
+read_room a
+check_contains "calls and markup come back inert and escaped" \
+    'ann: ^var[x;1]^include[/etc/passwd] &lt;script&gt;alert(&quot;x&quot;)&lt;/script&gt; TAB ^^end'
+e2e_get /chat.html -b "$JARS/a"
+check_contains "the example page shows it escaped too" \
+    '<td><b>ann</b></td><td>^var[x;1]^include[/etc/passwd] &lt;script&gt;'
+check_contains "the example page lists who is here" 'ann, boss (admin), carl'
+e2e_get /chat.html -c "$JARS/f" --data-urlencode 'nick=<b>'
+check_contains "the example page shows a refusal" \
+    "<p><b>[login: a nick holds only letters, digits, '_', '-' and '.']</b></p>"
+
+# The chat's files live in the program's folder, never below the document root.
+e2e_get /cgi-bin/chat/admin/password
+if grep -q '\$y\$' "$BODY"; then fail "the password hash reached the browser"; else
+    echo "ok: the password file is not served"; fi
+e2e_get /cgi-bin/chat/index
+if grep -q 'hello from' "$BODY"; then fail "the index reached the browser"; else
+    echo "ok: the index is not served"; fi
+
+e2e_finish
