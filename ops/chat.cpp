@@ -55,15 +55,20 @@ char* chat_file_error(const char* op, const char* path)
     return str_join("[", op, ": cannot use ", path, ": ", reason.get(), "]", nullptr);
 }
 
+// The text passed through the current output escaping. Ownership: takes text, new result.
+char* chat_escaped(char* text)
+{
+    char* escaped = escape_apply(text, false);
+    if (escaped != text)
+        str_free(text);
+    return escaped;
+}
+
 // The error text with the visitor's input that caused it, escaped, and "]".
 // Ownership: borrows both, new result.
 char* chat_error_about(const char* error, const char* input)
 {
-    str_holder copy(str_dup(input));
-    char* escaped = escape_apply(copy.get(), false);
-    if (escaped == copy.get())
-        copy.release();
-    str_holder shown(escaped);
+    str_holder shown(chat_escaped(str_dup(input)));
     return str_join(error, shown.get(), "]", nullptr);
 }
 
@@ -78,10 +83,10 @@ char* chat_make_layout(const char* op)
 }
 
 // One chat file, open and under an exclusive flock from construction to destruction, for a
-// read-modify-write that no other request can interleave. Reading a missing file creates it.
+// read-modify-write that no other request can interleave. Opening creates a missing file.
 class chat_file {
 public:
-    chat_file(const char* path, int mode = 0666) : path_(path)
+    explicit chat_file(const char* path, int mode = 0666)
     {
         fd_ = open(path, O_RDWR | O_CREAT, mode);
         if (fd_ >= 0)
@@ -98,7 +103,6 @@ public:
     chat_file& operator=(const chat_file&) = delete;
 
     bool ok() const { return fd_ >= 0; }
-    const char* path() const { return path_; }
 
     // The whole content, read under the lock. Ownership: new result.
     char* read_all() const
@@ -128,7 +132,6 @@ public:
     }
 
 private:
-    const char* path_;
     int fd_;
 };
 
@@ -213,6 +216,7 @@ public:
         if (file_.ok())
             rows_ = chat_lines(file_.read_all());
     }
+    bool ok() const { return file_.ok(); }
     // The error for op when the file could not be opened, else null. Ownership: new result.
     char* error() const { return file_.ok() ? nullptr : chat_file_error(op_, USERLIST); }
 
@@ -304,13 +308,11 @@ const char* chat_join_error(userlist& users, const char* nick, const char* ticke
     return chat_banned(nick) ? "nick is banned" : nullptr;
 }
 
-// The nick's check for op: its form, then the room. Null when nick may join.
+// Why a nick of good form may not join now, as the error of op; null when it may.
 // Ownership: new result.
 char* chat_check_nick(const char* op, userlist& users, const char* nick, const char* ticket)
 {
-    const char* reason = chat_nick_form_error(nick);
-    if (!reason)
-        reason = chat_join_error(users, nick, ticket, time(nullptr));
+    const char* reason = chat_join_error(users, nick, ticket, time(nullptr));
     return reason ? str_join("[", op, ": ", reason, "]", nullptr) : nullptr;
 }
 
@@ -541,14 +543,10 @@ char* chat_own_nick()
 {
     userlist users("login");
     str_holder ticket(chat_visitor_ticket());
-    int row = users.error() ? -1 : users.find_ticket(ticket.get());
+    int row = users.ok() ? users.find_ticket(ticket.get()) : -1;
     if (row < 0 || time(nullptr) - users.seen(row) > chat_idle_limit())
         return nullptr;
-    char* nick = users.cell(row, 0);
-    char* escaped = escape_apply(nick, false);
-    if (escaped != nick)
-        str_free(nick);
-    return escaped;
+    return chat_escaped(users.cell(row, 0));
 }
 
 // True when password proves the admin; logs a wrong one. A refusal sets error.
@@ -607,8 +605,8 @@ char* op_login(int count, char** params)
     return nullptr;
 }
 
-// The present visitor's row, seen now, and whether they are the admin; -1 when the visitor
-// is not in the room. Sets error on a file failure.
+// The row of the visitor asking, marked as seen now, after dropping the idle ones; -1 when
+// the visitor is not in the room. Sets error when the list cannot be written back.
 int chat_present_visitor(userlist& users, char*& error)
 {
     str_holder ticket(chat_visitor_ticket());
