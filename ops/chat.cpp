@@ -14,12 +14,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "cgi/log.h"
-#include "cgi/request.h"
+#include "core/log.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
@@ -55,20 +55,11 @@ char* chat_file_error(const char* op, const char* path)
     return str_join("[", op, ": cannot use ", path, ": ", reason.get(), "]", nullptr);
 }
 
-// The text passed through the current output escaping. Ownership: takes text, new result.
-char* chat_escaped(char* text)
-{
-    char* escaped = escape_apply(text, false);
-    if (escaped != text)
-        str_free(text);
-    return escaped;
-}
-
 // The error text with the visitor's input that caused it, escaped, and "]".
 // Ownership: borrows both, new result.
 char* chat_error_about(const char* error, const char* input)
 {
-    str_holder shown(chat_escaped(str_dup(input)));
+    str_holder shown(escape_take(str_dup(input)));
     return str_join(error, shown.get(), "]", nullptr);
 }
 
@@ -120,7 +111,7 @@ public:
     bool replace(const char* text) const
     {
         size_t size = str_len0(text);
-        bool ok = size == 0 || pwrite(fd_, text ? text : "", size, 0) == (ssize_t)size;
+        bool ok = size == 0 || pwrite(fd_, str_or_empty(text), size, 0) == (ssize_t)size;
         return ftruncate(fd_, size) == 0 && ok;
     }
 
@@ -147,7 +138,7 @@ std::unique_ptr<table> chat_lines(char* text)
 // .profile), else five minutes.
 long chat_idle_limit()
 {
-    long limit = atol(getenv("CHAT_TIMEOUT") ? getenv("CHAT_TIMEOUT") : "");
+    long limit = atol(str_or_empty(getenv("CHAT_TIMEOUT")));
     return limit > 0 ? limit : IDLE_DEFAULT;
 }
 
@@ -476,7 +467,7 @@ bool chat_is_command(const char* text)
 // Stores a table_named from text under the current name. Ownership: takes text.
 void chat_store(char* text)
 {
-    req.tables->store(new table_named(text));
+    store_current_table(new table_named(text));
 }
 
 // True for a day written "YYYY-MM-DD": the only names the archive holds.
@@ -546,7 +537,7 @@ char* chat_own_nick()
     int row = users.ok() ? users.find_ticket(ticket.get()) : -1;
     if (row < 0 || time(nullptr) - users.seen(row) > chat_idle_limit())
         return nullptr;
-    return chat_escaped(users.cell(row, 0));
+    return escape_take(users.cell(row, 0));
 }
 
 // True when password proves the admin; logs a wrong one. A refusal sets error.

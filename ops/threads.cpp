@@ -13,15 +13,6 @@ constexpr int QUOTE_WIDTH = 72;    // line width of a quoted reply unless the pa
 constexpr int QUOTE_MIN_TEXT = 20; // a narrow width still leaves this much text per line
 constexpr const char* CUT_MARK = "[cut]";
 
-// The text passed through the current output escaping. Ownership: takes text, new result.
-char* thread_escaped(char* text)
-{
-    char* escaped = escape_apply(text, false);
-    if (escaped != text)
-        str_free(text);
-    return escaped;
-}
-
 // Appends words to out as lines of at most width bytes, each opened by prefix; a word longer
 // than a line stands alone on its line. An empty text gives the prefix alone, without its
 // trailing blank.
@@ -97,7 +88,7 @@ char* op_hotline_quote(int count, char** params)
             out.append('\n');
         quote_line(out, line, width > 0 ? width : QUOTE_WIDTH);
     }
-    return thread_escaped(out.take(true));
+    return escape_take(out.take(true));
 }
 
 // The text with every mark taken out: the whole message, as its own page shows it.
@@ -123,13 +114,13 @@ char* op_hotline_cutmark_thread(int count, char** params)
     const char* mark = param_or(count, params, 2, CUT_MARK);
     const char* found = text ? strstr(text, mark) : nullptr;
     if (!str_nonempty(link))
-        return thread_escaped(cutmark_removed(text ? text : "", mark));
+        return escape_take(cutmark_removed(str_or_empty(text), mark));
     if (!found)
-        return thread_escaped(str_dup(text));
+        return escape_take(str_dup(text));
     int length = found - text;
     while (length > 0 && strchr(" \n\r\t", text[length - 1]))
         length--;
-    char* shown = thread_escaped(str_dup_n(text, length));
+    char* shown = escape_take(str_dup_n(text, length));
     str_append(shown, link);
     return shown;
 }

@@ -112,8 +112,19 @@ constexpr owned_name REGISTERED[] = {
     // access
     {"auth",            "access"},
     {"user",            "access"},
+    // threads
+    {"hotline_cutmark_thread", "threads"},
+    {"hotline_quote",   "threads"},
     // download
     {"download",        "download"},
+    // chat (its "cookie" stays with the cookie family, registered earlier)
+    {"chat",            "chat"},
+    {"log",             "chat"},
+    {"login",           "chat"},
+    {"message",         "chat"},
+    {"startup",         "chat"},
+    {"userlist",        "chat"},
+    {"validate",        "chat"},
     // strings
     {"ascii",           "strings"},
     {"char",            "strings"},
