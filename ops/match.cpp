@@ -7,7 +7,6 @@
 // replace form the row is built for the text searched from the current position, and the
 // replacement is expanded once per match with that table current under the name "match".
 #include <cstring>
-#include <regex.h>
 #include <vector>
 
 #include "core/str.h"
@@ -16,38 +15,9 @@
 #include "interp/registry.h"
 #include "interp/request.h"
 #include "ops/ops.h"
+#include "ops/regex.h"
 
 namespace {
-
-constexpr size_t REGEX_ERROR_SIZE = 1024; // the library's wording is cut at 1,023 bytes
-
-// A compiled pattern, released when it goes out of scope.
-class compiled_regex {
-public:
-    compiled_regex(const char* pattern, int flags) : status_(regcomp(&re_, pattern, flags)) {}
-    ~compiled_regex()
-    {
-        if (status_ == 0)
-            regfree(&re_);
-    }
-    compiled_regex(const compiled_regex&) = delete;
-    compiled_regex& operator=(const compiled_regex&) = delete;
-    int status() const { return status_; }
-    const regex_t* get() const { return &re_; }
-    int groups() const { return (int)re_.re_nsub; }
-
-private:
-    regex_t re_;
-    int status_;
-};
-
-// "[regex error: " with the library's wording for status and "]". Ownership: new result.
-char* match_error(int status, const regex_t* re)
-{
-    char wording[REGEX_ERROR_SIZE];
-    regerror(status, re, wording, sizeof wording);
-    return str_join("[regex error: ", wording, "]", nullptr);
-}
 
 // Every occurrence of from in s replaced by to. Ownership: takes s, borrows both, new result.
 char* match_replace_all(char* s, const char* from, const char* to)
@@ -136,7 +106,7 @@ char* match_test(const compiled_regex& re, const char* text)
     std::vector<regmatch_t> found(re.groups() + 1);
     int status = regexec(re.get(), text, found.size(), found.data(), 0);
     if (status != 0 && status != REG_NOMATCH)
-        return match_error(status, re.get());
+        return regex_error_text(status, re.get());
     if (re.groups() == 0)
         return status == 0 ? str_dup("yes") : nullptr;
     if (status == 0)
@@ -192,7 +162,7 @@ char* match_replace(const compiled_regex& re, const char* replacement, const cha
         if (status == REG_NOMATCH)
             break;
         if (status != 0)
-            return match_error(status, re.get());
+            return regex_error_text(status, re.get());
         str_holder inserted(match_expand_replacement(replacement, from, found.data(), re.groups()));
         int start = pos + found[0].rm_so;
         int matched = found[0].rm_eo - found[0].rm_so;
@@ -219,9 +189,9 @@ char* op_match(int count, char** params)
         return nullptr;
     const char* flags = count > 2 ? params[1] : nullptr;
     str_holder pattern(match_rewrite(str_dup(params[0])));
-    compiled_regex re(str_or_empty(pattern.get()), match_compile_flags(flags));
+    compiled_regex re(pattern.get(), match_compile_flags(flags));
     if (re.status() != 0)
-        return match_error(re.status(), re.get());
+        return regex_error_text(re.status(), re.get());
     if (count < 4)
         return match_test(re, text);
     return match_replace(re, params[2], text, flags && strpbrk(flags, "gG"));

@@ -5,9 +5,12 @@
 // Registers every family in order; the first registration of a name wins.
 void register_all_operators();
 
+void register_cache_ops();
 void register_optimize_ops();
 void register_request_ops();
 void register_misc_ops();
+void register_exec_ops();
+void register_file_ops();
 void register_image_size_ops();
 void register_compare_ops();
 void register_macro_ops();
@@ -20,6 +23,7 @@ void register_cookie_ops();
 void register_upload_ops();
 void register_uuencode_ops();
 void register_sql_ops();
+void register_counter_ops();
 void register_date_ops();
 void register_gif_template_ops();
 void register_switch_ops();
@@ -29,5 +33,6 @@ void register_thread_ops();
 void register_download_ops();
 void register_chat_ops();
 void register_string_ops();
+void register_resource_log_ops();
 
 #endif

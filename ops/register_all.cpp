@@ -6,12 +6,12 @@
 // clang-format off
 void register_all_operators()
 {
-    // 1 cache
+    register_cache_ops();            // 1
     register_optimize_ops();         // 2
     register_request_ops();          // 3
     register_misc_ops();             // 4
-    // 5 exec
-    // 6 files
+    register_exec_ops();             // 5
+    register_file_ops();             // 6
     register_image_size_ops();       // 7
     register_compare_ops();          // 8
     register_macro_ops();            // 9
@@ -24,7 +24,7 @@ void register_all_operators()
     register_upload_ops();           // 16
     register_uuencode_ops();         // 17
     register_sql_ops();              // 18
-    // 19 counter
+    register_counter_ops();          // 19
     register_date_ops();             // 20
     register_gif_template_ops();     // 21
     register_switch_ops();           // 22
@@ -34,6 +34,6 @@ void register_all_operators()
     register_download_ops();         // 26
     register_chat_ops();             // 27
     register_string_ops();           // 28
-    // 29 resource log
+    register_resource_log_ops();     // 29
 }
 // clang-format on

@@ -11,6 +11,7 @@
 #include "cgi/form.h"
 #include "cgi/request.h"
 #include "core/log.h"
+#include "ops/resource_log.h"
 #include "program/page.h"
 
 namespace {
@@ -41,6 +42,7 @@ void on_cpu_limit(int)
 
 int main()
 {
+    resource_log_start(); // first, so that its exit action runs last
     signal(SIGXCPU, on_cpu_limit);
     umask(002);
     request_init();

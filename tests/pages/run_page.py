@@ -3,7 +3,8 @@
 
 A case file holds sections opened by "=== kind [arg]" lines; a section's content runs to the
 next such line, without its final newline. Kinds: page, file, env, stdin, expect, body,
-contains, status, error_log, after. @ROOT@ stands for the case's site folder everywhere.
+contains, status, error_log, after, program (a file made executable). @ROOT@ stands for the
+case's site folder everywhere.
 """
 import difflib
 import os
@@ -65,7 +66,7 @@ def build_env(sections, root, page):
 def write_files(sections, root):
     page = "page.html"
     for kind, arg, text in sections:
-        if kind not in ("page", "file"):
+        if kind not in ("page", "file", "program"):
             continue
         name = arg or "page.html"
         if kind == "page":
@@ -74,6 +75,8 @@ def write_files(sections, root):
         os.makedirs(os.path.dirname(target), exist_ok=True)
         with open(target, "wb") as f:
             f.write(as_bytes(text, root))
+        if kind == "program":
+            os.chmod(target, 0o755)
     return page
 
 

@@ -1,0 +1,59 @@
+// The counter family: hit counters kept in "<name>.count" files beside the page.
+//
+// A count file holds the count as ten digits with leading zeros and no line end. Requests that
+// share a counter are serialised by an exclusive flock on the file.
+#include <cstdio>
+#include <unistd.h>
+
+#include "cgi/request.h"
+#include "core/str.h"
+#include "interp/registry.h"
+#include "ops/ops.h"
+
+namespace {
+
+// Reads the count, writes it back one higher and returns the new count, all under the lock.
+int counter_bump(FILE* file)
+{
+    lock_stream(file);
+    int count = 0;
+    if (fscanf(file, "%d", &count) != 1)
+        count = 0;
+    count = (int)((unsigned)count + 1); // wraps at the top of the int range
+    rewind(file);
+    fprintf(file, "%010d", count);
+    unlock_stream(file);
+    return count;
+}
+
+// counter[name]: the count of "<name>.count", one higher than before.
+char* op_counter(int, char** params)
+{
+    str_holder path(str_join(str_holder(resolve_path(params[0])).get(), ".count", nullptr));
+    if (access(path.get(), F_OK) != 0) {
+        if (FILE* created = fopen(path.get(), "w"))
+            fclose(created);
+    }
+    if (access(path.get(), R_OK | W_OK) != 0)
+        return str_join("[counter: count file \"", path.get(), "\" not writable or non-existant.]",
+                        nullptr);
+    FILE* file = fopen(path.get(), "r+");
+    if (!file)
+        return str_join("[counter: count file \"", path.get(), "\" not readable or non-existant.]",
+                        nullptr);
+    int count = counter_bump(file);
+    fclose(file);
+    return str_dup(fmt_int(count));
+}
+
+constexpr op_row rows[] = {
+    // name       handler      params  flags
+    {"counter", op_counter, 1, 0},
+};
+
+} // namespace
+
+void register_counter_ops()
+{
+    register_rows(rows);
+}

@@ -1,0 +1,208 @@
+// The file family: includes, tests and descriptions of files, the nearest file of a name above
+// the page, page names from paths, and directory listings as the current table.
+//
+// Every path goes through resolve_path: "/x" is under the document root, anything else is
+// beside the page. Nothing confines a path to the document root; a site must not build paths
+// from form input.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <unistd.h>
+#include <vector>
+
+#include "cgi/request.h"
+#include "core/str.h"
+#include "core/table.h"
+#include "interp/registry.h"
+#include "ops/ops.h"
+#include "ops/regex.h"
+
+namespace {
+
+constexpr int FSIZE_BYTES_BELOW = 512;
+constexpr int FSIZE_KB_BELOW = 524288;
+
+// ---- helpers ----------------------------------------------------------------------------
+
+// The page-relative path of a parameter, or null for an empty one. Ownership: new result.
+char* files_resolve_nonempty(const char* name)
+{
+    return str_nonempty(name) ? resolve_path(name) : nullptr;
+}
+
+// "stat" of the resolved path of name; false for an empty name or a failed stat.
+bool files_stat(const char* name, struct stat& info)
+{
+    str_holder path(files_resolve_nonempty(name));
+    return path.get() && stat(path.get(), &info) == 0;
+}
+
+// The size for people: bytes below 512, else KB below 512 KB, else MB, one decimal.
+char* files_human_size(off_t size, const char* bytes, const char* kb, const char* mb)
+{
+    char number[64];
+    const char* unit = bytes;
+    if (size < FSIZE_BYTES_BELOW) {
+        snprintf(number, sizeof number, "%lld", (long long)size);
+    } else {
+        bool in_kb = size < FSIZE_KB_BELOW;
+        snprintf(number, sizeof number, "%.*f", 1, size / (in_kb ? 1024.0 : 1048576.0));
+        unit = in_kb ? kb : mb;
+    }
+    return str_join(number, unit ? unit : "", nullptr);
+}
+
+// Leading number as atoi reads it, then bytes: 2.html comes before 10.html.
+bool files_index_order(const char* a, const char* b)
+{
+    int na = str_to_int(a), nb = str_to_int(b);
+    return na != nb ? na < nb : strcmp(a, b) < 0;
+}
+
+// Names in dir that do not start with "." and that re matches (every one without re), sorted.
+// A matching error ends the walk with the regex error text in error. Ownership: new names.
+std::vector<char*> files_list(const char* dir, const compiled_regex* re, str_holder& error)
+{
+    std::vector<char*> names;
+    dir_walk walk(dir);
+    while (walk.next()) {
+        const char* name = walk.name();
+        if (!*name || *name == '.')
+            continue;
+        int status = re ? regexec(re->get(), name, 0, nullptr, 0) : 0;
+        if (status == REG_NOMATCH)
+            continue;
+        if (status != 0) {
+            error.reset(regex_error_text(status, re->get()));
+            break;
+        }
+        names.push_back(str_dup(name));
+    }
+    std::sort(names.begin(), names.end(), files_index_order);
+    return names;
+}
+
+// Stores the names, one row each, as the current table. Ownership: takes the names.
+void files_store_listing(std::vector<char*>& names)
+{
+    str_builder text;
+    for (char* name : names) {
+        text.append(name);
+        text.append('\n');
+        str_free(name);
+    }
+    names.clear();
+    if (req.tables)
+        req.tables->store(new table(text.take(true)));
+}
+
+// ---- handlers ---------------------------------------------------------------------------
+
+// include[path] expands the file in the page's state; include[asis;path] returns it as is.
+char* op_include(int count, char** params)
+{
+    bool asis = count == 2 && str_equal(params[0], "asis");
+    str_holder path(resolve_path(params[count - 1]));
+    char* text = read_file(path.get(), false, false);
+    return asis ? text : expand_taken(text);
+}
+
+// name[path;level]: the component level steps up from the end, without its extension.
+char* op_name(int count, char** params)
+{
+    int level = param_int(count, params, 1);
+    str_holder path(str_dup(params[0]));
+    char* component = nullptr;
+    for (int i = 0; i <= level; i++) {
+        component = str_cut_at_last(path.get(), '/');
+        if (!component)
+            break;
+    }
+    if (component)
+        str_cut_at_last(component, '.');
+    return str_dup(str_nonempty(component) ? component : "index");
+}
+
+// -f[path]: the path as passed when the file is readable.
+char* op_file_readable(int, char** params)
+{
+    str_holder path(files_resolve_nonempty(params[0]));
+    return path.get() && access(path.get(), R_OK) == 0 ? str_dup(params[0]) : nullptr;
+}
+
+// stat[what;path] and stat[fsize;path;bytes unit;KB unit;MB unit].
+char* op_stat(int count, char** params)
+{
+    struct stat info;
+    if (!files_stat(param_text(count, params, 1), info))
+        return nullptr;
+    const char* what = params[0];
+    if (str_equal(what, "fsize"))
+        return files_human_size(info.st_size, param_text(count, params, 2),
+                                param_text(count, params, 3), param_text(count, params, 4));
+    long long value = 0;
+    if (str_equal(what, "atime"))
+        value = info.st_atime;
+    if (str_equal(what, "mtime"))
+        value = info.st_mtime;
+    if (str_equal(what, "ctime"))
+        value = info.st_ctime;
+    if (str_equal(what, "size"))
+        value = info.st_size;
+    char number[32];
+    snprintf(number, sizeof number, "%lld", value);
+    return str_dup(number);
+}
+
+// find[name;...;default]: the name relative to the page's directory in the nearest directory
+// up to the root that holds it readable, else the default.
+char* op_find(int count, char** params)
+{
+    str_holder name(expand_copy(params[0]));
+    str_holder answer(str_dup(name.get()));
+    str_holder dir(str_dup(req.page_path));
+    while (str_cut_at_last(dir.get(), '/')) {
+        str_holder candidate(str_join(dir.get(), "/", name.get(), nullptr));
+        if (access(candidate.get(), R_OK) == 0)
+            return answer.release();
+        answer.reset(str_join("../", answer.get(), nullptr));
+    }
+    return count == 1 ? name.release() : expand_copy(params[count - 1]);
+}
+
+// index[directory;pattern]: the directory's visible names as the current table.
+char* op_index(int count, char** params)
+{
+    if (count >= 3)
+        return page_error("[index: too many params]");
+    str_holder dir(resolve_path(params[0]));
+    std::unique_ptr<compiled_regex> re;
+    if (count == 2) {
+        re = std::make_unique<compiled_regex>(params[1], REG_EXTENDED);
+        if (re->status() != 0)
+            return regex_error_text(re->status(), re->get());
+    }
+    str_holder error;
+    std::vector<char*> names = files_list(dir.get(), re.get(), error);
+    if (error.get()) {
+        for (char* name : names)
+            str_free(name);
+        return error.release();
+    }
+    files_store_listing(names);
+    return nullptr;
+}
+
+constexpr op_row rows[] = {
+    // name      handler            params  flags
+    {"name", op_name, 0, 0},          {"-f", op_file_readable, 1, 0}, {"stat", op_stat, 0, 0},
+    {"find", op_find, 0, RAW_PARAMS}, {"include", op_include, 0, 0},  {"index", op_index, 0, 0},
+};
+
+} // namespace
+
+void register_file_ops()
+{
+    register_rows(rows);
+}

@@ -1,0 +1,108 @@
+// The resource log written at exit for expensive requests, and its (operator-less) family.
+#include "ops/resource_log.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "core/str.h"
+#include "ops/ops.h"
+
+namespace {
+
+constexpr size_t LINE_SIZE = 1024;
+
+// The one process-wide record of settings; no template means nothing is logged.
+struct resource_log_settings {
+    char* path_template = nullptr;
+    double cpu_threshold = 0;
+    double memory_threshold = 0;
+} settings;
+
+// The template with its first "%s" replaced by name. Ownership: new result.
+char* resource_log_path(const char* name)
+{
+    str_holder path(str_dup(settings.path_template));
+    char* after = str_cut_at_str(path.get(), "%s");
+    return after ? str_join(path.get(), name, after, nullptr) : path.release();
+}
+
+// The log line for usage, cut at LINE_SIZE - 1 bytes; returns its length.
+size_t resource_log_format(const struct rusage& usage, char* line)
+{
+    time_t now = time(nullptr);
+    struct tm local;
+    size_t n =
+        localtime_r(&now, &local) ? strftime(line, LINE_SIZE, "[%d/%b/%Y %H:%M:%S] ", &local) : 0;
+    int written = snprintf(line + n, LINE_SIZE - n, "%.3d.%.2ds %.3d.%.2ds  %d %d %d %s\n",
+                           (int)usage.ru_utime.tv_sec, (int)(usage.ru_utime.tv_usec / 10000),
+                           (int)usage.ru_stime.tv_sec, (int)(usage.ru_stime.tv_usec / 10000),
+                           (int)usage.ru_ixrss, (int)usage.ru_idrss, (int)usage.ru_isrss,
+                           str_or_null(getenv("REQUEST_URI")));
+    return n + (size_t)int_min(int_max(written, 0), (int)(LINE_SIZE - n - 1));
+}
+
+// True when usage passes the CPU threshold, or else the memory threshold.
+bool resource_log_expensive(const struct rusage& usage)
+{
+    double cpu = usage.ru_utime.tv_sec + usage.ru_utime.tv_usec / 1e6 + usage.ru_stime.tv_sec +
+                 usage.ru_stime.tv_usec / 1e6;
+    double memory = ((double)usage.ru_ixrss + usage.ru_idrss + usage.ru_isrss) / 1024;
+    return cpu > settings.cpu_threshold || memory > settings.memory_threshold;
+}
+
+void resource_log_append(const struct rusage& usage)
+{
+    const char* server = getenv("SERVER_NAME");
+    str_holder path(resource_log_path(server ? server : "unknown"));
+    int fd = open(path.get(), O_WRONLY | O_APPEND | O_CREAT, 0666);
+    if (fd < 0)
+        return;
+    char line[LINE_SIZE];
+    size_t size = resource_log_format(usage, line);
+    [[maybe_unused]] ssize_t ignored = write(fd, line, size);
+    close(fd);
+}
+
+} // namespace
+
+void resource_log_start()
+{
+    static bool started = false;
+    resource_log_setup(RESOURCE_LOG_TEMPLATE, RESOURCE_LOG_CPU_SECONDS, RESOURCE_LOG_MEMORY);
+    if (!started)
+        atexit(resource_log_finish); // registered first, so it runs after the other exit actions
+    started = true;
+}
+
+void resource_log_setup(const char* path_template, double cpu_threshold, double memory_threshold)
+{
+    str_free(settings.path_template);
+    settings = {str_dup(path_template), cpu_threshold, memory_threshold};
+}
+
+void resource_log_configure(const char* path_template, const char* cpu_threshold,
+                            const char* memory_threshold)
+{
+    resource_log_setup(path_template, atof(cpu_threshold ? cpu_threshold : ""),
+                       atof(memory_threshold ? memory_threshold : ""));
+}
+
+void resource_log_finish()
+{
+    if (!settings.path_template)
+        return;
+    struct rusage usage;
+    if (getrusage(RUSAGE_SELF, &usage) == 0 && resource_log_expensive(usage))
+        resource_log_append(usage);
+    str_free(settings.path_template);
+    settings.path_template = nullptr;
+}
+
+// The resource log has no operators: its work is done at exit. The family keeps its place in
+// the registration order all the same.
+void register_resource_log_ops() {}
