@@ -73,10 +73,12 @@ char* op_cache(int count, char** params)
     return fresh.release();
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name     handler    params  flags
-    {"cache", op_cache, 0, RAW_PARAMS},
+    {"cache",   op_cache,  0,      RAW_PARAMS},
 };
+// clang-format on
 
 } // namespace
 

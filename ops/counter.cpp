@@ -46,10 +46,12 @@ char* op_counter(int, char** params)
     return str_dup(fmt_int(count));
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name       handler      params  flags
-    {"counter", op_counter, 1, 0},
+    {"counter",   op_counter,  1,      0},
 };
+// clang-format on
 
 } // namespace
 

@@ -121,10 +121,12 @@ char* op_exec(int count, char** params)
     return exec_body(out.view(), out.size());
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name    handler   params  flags
-    {"exec", op_exec, 0, 0},
+    {"exec",   op_exec,  0,      0},
 };
+// clang-format on
 
 } // namespace
 

@@ -194,11 +194,17 @@ char* op_index(int count, char** params)
     return nullptr;
 }
 
+// clang-format off
 constexpr op_row rows[] = {
     // name      handler            params  flags
-    {"name", op_name, 0, 0},          {"-f", op_file_readable, 1, 0}, {"stat", op_stat, 0, 0},
-    {"find", op_find, 0, RAW_PARAMS}, {"include", op_include, 0, 0},  {"index", op_index, 0, 0},
+    {"name",     op_name,           0,      0},
+    {"-f",       op_file_readable,  1,      0},
+    {"stat",     op_stat,           0,      0},
+    {"find",     op_find,           0,      RAW_PARAMS},
+    {"include",  op_include,        0,      0},
+    {"index",    op_index,          0,      0},
 };
+// clang-format on
 
 } // namespace
 
