@@ -446,8 +446,12 @@ char* read_file(const char* path, bool drop_blank_lines, bool lock)
     int fd = open(path, O_RDONLY);
     if (fd < 0)
         return nullptr;
-    if (lock)
+    // A writer that held the lock may have changed the file since the stat: with the lock the
+    // size is taken again, or a text being written would come back cut short.
+    if (lock) {
         flock(fd, LOCK_EX);
+        fstat(fd, &info);
+    }
     char* text = (char*)checked_malloc(info.st_size + 1);
     ssize_t got = info.st_size > 0 ? read(fd, text, info.st_size) : 0;
     text[got > 0 ? got : 0] = '\0';

@@ -13,6 +13,7 @@
 namespace {
 
 // Reads the count, writes it back one higher and returns the new count, all under the lock.
+// The caller closes the file after the release.
 int counter_bump(FILE* file)
 {
     lock_stream(file);
@@ -22,6 +23,9 @@ int counter_bump(FILE* file)
     count = (int)((unsigned)count + 1); // wraps at the top of the int range
     rewind(file);
     fprintf(file, "%010d", count);
+    // The digits must reach the file before the lock goes: left in the stream's buffer until
+    // the close, a request waiting for the lock would read the old count and one hit be lost.
+    fflush(file);
     unlock_stream(file);
     return count;
 }

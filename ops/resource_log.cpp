@@ -1,6 +1,7 @@
 // The resource log written at exit for expensive requests, and its (operator-less) family.
 #include "ops/resource_log.h"
 
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,12 +24,14 @@ struct resource_log_settings {
     double memory_threshold = 0;
 } settings;
 
-// The template with its first "%s" replaced by name. Ownership: new result.
-char* resource_log_path(const char* name)
+// The template with its first "%s" replaced by name, cut to fit path. Written into a fixed
+// buffer: the log may be written on the way out after memory ran out.
+void resource_log_path(const char* name, char (&path)[PATH_MAX])
 {
-    str_holder path(str_dup(settings.path_template));
-    char* after = str_cut_at_str(path.get(), "%s");
-    return after ? str_join(path.get(), name, after, nullptr) : path.release();
+    const char* tmpl = settings.path_template;
+    const char* mark = strstr(tmpl, "%s");
+    int before = mark ? (int)(mark - tmpl) : (int)strlen(tmpl);
+    snprintf(path, sizeof path, "%.*s%s%s", before, tmpl, mark ? name : "", mark ? mark + 2 : "");
 }
 
 // The log line for usage, cut at LINE_SIZE - 1 bytes; returns its length.
@@ -58,8 +61,9 @@ bool resource_log_expensive(const struct rusage& usage)
 void resource_log_append(const struct rusage& usage)
 {
     const char* server = getenv("SERVER_NAME");
-    str_holder path(resource_log_path(server ? server : "unknown"));
-    int fd = open(path.get(), O_WRONLY | O_APPEND | O_CREAT, 0666);
+    char path[PATH_MAX];
+    resource_log_path(server ? server : "unknown", path);
+    int fd = open(path, O_WRONLY | O_APPEND | O_CREAT, 0666);
     if (fd < 0)
         return;
     char line[LINE_SIZE];

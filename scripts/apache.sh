@@ -90,6 +90,11 @@ DocumentRoot "$site"
     Options None
     Require all granted
 </Directory>
+# A site's private files: macro and table files ("_*"), .profile and other dot files, and
+# hit counters ("*.count") live beside the pages but are never served.
+<FilesMatch "^[_.]|\.count$">
+    Require all denied
+</FilesMatch>
 
 # The deployment of tessel: the program in cgi-bin, and every page handed to it.
 ScriptAlias /cgi-bin/ "$dir/cgi-bin/"

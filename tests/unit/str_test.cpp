@@ -3,6 +3,9 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <thread>
 #include <unistd.h>
 
 #include "core/str.h"
@@ -115,6 +118,26 @@ TEST(File, WriteTruncatesAndReportsErrors)
     EXPECT_NE(own(write_file("/nonexistent-dir/x", "x", false)).find("(#"), std::string::npos);
     EXPECT_EQ(file_remove(path.c_str()), nullptr);
     EXPECT_NE(own(file_remove(path.c_str())).find("(#2)"), std::string::npos);
+}
+
+// A locked read that waits for a writer gets the text the writer left, not the size the file
+// had before the wait (a cached fragment read during its first fill would come back short).
+TEST(File, LockedReadTakesTheSizeAfterTheWait)
+{
+    std::string path = temp_path("locked.txt");
+    str_free(write_file(path.c_str(), "short", false));
+    int writer = open(path.c_str(), O_RDWR);
+    ASSERT_EQ(flock(writer, LOCK_EX), 0);
+    std::string read_back;
+    std::thread reader([&] { read_back = own(read_file(path.c_str(), false, true)); });
+    usleep(200000);  // the reader has taken the old size and waits for the lock by now
+    std::string longer(100000, 'x');
+    ASSERT_EQ(pwrite(writer, longer.data(), longer.size(), 0), (ssize_t)longer.size());
+    flock(writer, LOCK_UN);
+    reader.join();
+    close(writer);
+    EXPECT_EQ(read_back.size(), longer.size());
+    unlink(path.c_str());
 }
 
 TEST(File, MtimeIsSetAndReported)
