@@ -2,8 +2,8 @@
 # Counters and the fragment cache under concurrent requests through private Apache servers:
 # many requests on one counter each get their own number and none is lost, two servers sharing
 # one site folder (two hosts on one disk) count into the same file, and many first fills of one
-# cache key never show or leave a partial fragment. Also: private files are not served, and an
-# unwritable counter file gives its message.
+# cache key never show or leave a partial fragment. Also: private files are not served, an
+# unwritable counter file gives its message, and an unreadable file reads as missing.
 # Usage: counter_cache_test.sh PROGRAM
 set -uo pipefail
 source "$(dirname "$0")/lib.sh" "$1"
@@ -81,5 +81,14 @@ e2e_get /locked.html
 check_body "an unwritable count file" \
     "[counter: count file \"$SITE/locked.count\" not writable or non-existant.]"$'\n'
 check_equal "an unwritable count file is left as it was" 0000000007 "$(cat "$SITE/locked.count")"
+
+# A file the server's user may not read is, for include and -f, a missing file; stat still
+# sees it.
+printf 'secret\n' >"$SITE/unreadable.txt"
+chmod 000 "$SITE/unreadable.txt"
+printf '[^include[unreadable.txt]|^-f[unreadable.txt]|^stat[size;unreadable.txt]]\n' \
+    >"$SITE/unreadable.html"
+e2e_get /unreadable.html
+check_body "an unreadable file" $'[||7]\n'
 
 e2e_finish
