@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <unistd.h>
 #include <vector>
 
@@ -54,17 +55,16 @@ char* files_human_size(off_t size, const char* bytes, const char* kb, const char
 }
 
 // Leading number as atoi reads it, then bytes: 2.html comes before 10.html.
-bool files_index_order(const char* a, const char* b)
+bool files_index_order(const std::string& a, const std::string& b)
 {
-    int na = str_to_int(a), nb = str_to_int(b);
-    return na != nb ? na < nb : strcmp(a, b) < 0;
+    int na = str_to_int(a.c_str()), nb = str_to_int(b.c_str());
+    return na != nb ? na < nb : a < b;
 }
 
-// Names in dir that do not start with "." and that re matches (every one without re), sorted.
-// A matching error ends the walk with the regex error text in error. Ownership: new names.
-std::vector<char*> files_list(const char* dir, const compiled_regex* re, str_holder& error)
+// The names in dir that do not start with "." and that re matches (all of them without re),
+// sorted. Null, or the regex error text when matching fails. Ownership: new result.
+char* files_list(const char* dir, const compiled_regex* re, std::vector<std::string>& names)
 {
-    std::vector<char*> names;
     dir_walk walk(dir);
     while (walk.next()) {
         const char* name = walk.name();
@@ -73,26 +73,22 @@ std::vector<char*> files_list(const char* dir, const compiled_regex* re, str_hol
         int status = re ? regexec(re->get(), name, 0, nullptr, 0) : 0;
         if (status == REG_NOMATCH)
             continue;
-        if (status != 0) {
-            error.reset(regex_error_text(status, re->get()));
-            break;
-        }
-        names.push_back(str_dup(name));
+        if (status != 0)
+            return regex_error_text(status, re->get());
+        names.emplace_back(name);
     }
     std::sort(names.begin(), names.end(), files_index_order);
-    return names;
+    return nullptr;
 }
 
-// Stores the names, one row each, as the current table. Ownership: takes the names.
-void files_store_listing(std::vector<char*>& names)
+// Stores the names, one row each, as the current table.
+void files_store_listing(const std::vector<std::string>& names)
 {
     str_builder text;
-    for (char* name : names) {
-        text.append(name);
+    for (const std::string& name : names) {
+        text.append(name.data(), name.size());
         text.append('\n');
-        str_free(name);
     }
-    names.clear();
     if (req.tables)
         req.tables->store(new table(text.take(true)));
 }
@@ -183,13 +179,9 @@ char* op_index(int count, char** params)
         if (re->status() != 0)
             return regex_error_text(re->status(), re->get());
     }
-    str_holder error;
-    std::vector<char*> names = files_list(dir.get(), re.get(), error);
-    if (error.get()) {
-        for (char* name : names)
-            str_free(name);
-        return error.release();
-    }
+    std::vector<std::string> names;
+    if (char* error = files_list(dir.get(), re.get(), names))
+        return error;
     files_store_listing(names);
     return nullptr;
 }
