@@ -58,6 +58,7 @@ bool resource_log_expensive(const struct rusage& usage)
     return cpu > settings.cpu_threshold || memory > settings.memory_threshold;
 }
 
+// Appends the line to the log of this server; a file that cannot be opened is skipped.
 void resource_log_append(const struct rusage& usage)
 {
     const char* server = getenv("SERVER_NAME");
