@@ -24,7 +24,7 @@ char* cache_file_name(const char* key)
 {
     str_builder name;
     name.append(CACHE_DIR);
-    for (const unsigned char* p = (const unsigned char*)(key ? key : ""); *p; p++) {
+    for (const unsigned char* p = (const unsigned char*)str_or_empty(key); *p; p++) {
         if ((*p >= 'a' && *p <= 'z') || (*p >= 'A' && *p <= 'Z') || (*p >= '0' && *p <= '9') ||
             *p == '_' || *p == '/') {
             name.append((char)*p);

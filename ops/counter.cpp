@@ -5,9 +5,9 @@
 #include <cstdio>
 #include <unistd.h>
 
-#include "cgi/request.h"
 #include "core/str.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {

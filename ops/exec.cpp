@@ -10,9 +10,9 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "cgi/request.h"
 #include "core/str.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 
 namespace {
@@ -35,7 +35,7 @@ public:
     ~env_override()
     {
         if (had_)
-            setenv(name_, saved_.get() ? saved_.get() : "", 1);
+            setenv(name_, str_or_empty(saved_.get()), 1);
         else
             unsetenv(name_);
     }
@@ -111,11 +111,11 @@ char* op_exec(int count, char** params)
     const char* slash = strrchr(path.get(), '/');
     str_holder dir(slash ? str_dup_n(path.get(), slash - path.get()) : nullptr);
     str_holder command(str_join("./", slash ? slash + 1 : path.get(), nullptr));
-    dir_scope in_dir(dir.get() ? dir.get() : "");
+    dir_scope in_dir(str_or_empty(dir.get()));
     env_override uri("DOCUMENT_URI", exec_or_remove(req.request_uri));
     env_override unescaped("QUERY_STRING_UNESCAPED", exec_or_remove(req.cgi.query_string));
-    env_override query("QUERY_STRING", count >= 2 ? (params[1] ? params[1] : "") : nullptr);
-    env_override info("PATH_INFO", count >= 3 ? (params[2] ? params[2] : "") : nullptr);
+    env_override query("QUERY_STRING", count >= 2 ? str_or_empty(params[1]) : nullptr);
+    env_override info("PATH_INFO", count >= 3 ? str_or_empty(params[2]) : nullptr);
     str_builder out;
     exec_read_all(command.get(), out);
     return exec_body(out.view(), out.size());

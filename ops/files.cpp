@@ -12,10 +12,10 @@
 #include <unistd.h>
 #include <vector>
 
-#include "cgi/request.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/registry.h"
+#include "interp/request.h"
 #include "ops/ops.h"
 #include "ops/regex.h"
 
@@ -51,7 +51,7 @@ char* files_human_size(off_t size, const char* bytes, const char* kb, const char
         snprintf(number, sizeof number, "%.*f", 1, size / (in_kb ? 1024.0 : 1048576.0));
         unit = in_kb ? kb : mb;
     }
-    return str_join(number, unit ? unit : "", nullptr);
+    return str_join(number, str_or_empty(unit), nullptr);
 }
 
 // Leading number as atoi reads it, then bytes: 2.html comes before 10.html.
@@ -89,8 +89,7 @@ void files_store_listing(const std::vector<std::string>& names)
         text.append(name.data(), name.size());
         text.append('\n');
     }
-    if (req.tables)
-        req.tables->store(new table(text.take(true)));
+    store_current_table(new table(text.take(true)));
 }
 
 // ---- handlers ---------------------------------------------------------------------------
@@ -155,16 +154,16 @@ char* op_stat(int count, char** params)
 // up to the root that holds it readable, else the default.
 char* op_find(int count, char** params)
 {
-    str_holder name(expand_copy(params[0]));
-    str_holder answer(str_dup(name.get()));
+    const char* name = expand_param_text(count, params, 0);
+    str_holder answer(str_dup(name));
     str_holder dir(str_dup(req.page_path));
     while (str_cut_at_last(dir.get(), '/')) {
-        str_holder candidate(str_join(dir.get(), "/", name.get(), nullptr));
+        str_holder candidate(str_join(dir.get(), "/", name, nullptr));
         if (access(candidate.get(), R_OK) == 0)
             return answer.release();
         answer.reset(str_join("../", answer.get(), nullptr));
     }
-    return count == 1 ? name.release() : expand_copy(params[count - 1]);
+    return str_dup(count == 1 ? name : expand_param_text(count, params, count - 1));
 }
 
 // index[directory;pattern]: the directory's visible names as the current table.

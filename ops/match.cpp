@@ -67,7 +67,7 @@ void match_add_cell(str_builder& row, const char* text, regoff_t from, regoff_t 
     while (from < to) {
         const char* tab = (const char*)memchr(text + from, '\t', to - from);
         regoff_t end = tab ? tab - text : to;
-        row.append(text + from, end - from);  // whole stretches: pre- and postmatch are long
+        row.append(text + from, end - from); // whole stretches: pre- and postmatch are long
         if (tab)
             row.append(' ');
         from = end + (tab ? 1 : 0);
@@ -95,7 +95,7 @@ table* match_table(const char* text, const regmatch_t* found, int groups)
     row.append('\t');
     match_add_cell(row, text, found[0].rm_eo, strlen(text));
     table_named* result = new table_named(header.take(false));
-    result->add_row(row.view());  // added whole: a line feed in a cell does not start a row
+    result->add_row(row.view()); // added whole: a line feed in a cell does not start a row
     return result;
 }
 
@@ -130,6 +130,7 @@ public:
     }
     match_context(const match_context&) = delete;
     match_context& operator=(const match_context&) = delete;
+
 private:
     char* saved_;
 };
@@ -162,8 +163,7 @@ char* match_replace(const compiled_regex& re, const char* replacement, const cha
             break;
         if (status != 0)
             return regex_error_text(status, re.get());
-        str_holder inserted(
-            match_expand_replacement(replacement, from, found.data(), re.groups()));
+        str_holder inserted(match_expand_replacement(replacement, from, found.data(), re.groups()));
         int start = pos + found[0].rm_so;
         int matched = found[0].rm_eo - found[0].rm_so;
         s.ref() = str_splice(s.get(), start, matched, inserted.get());
@@ -204,6 +204,9 @@ constexpr op_row rows[] = {
 };
 // clang-format on
 
-}  // namespace
+} // namespace
 
-void register_match_ops() { register_rows(rows); }
+void register_match_ops()
+{
+    register_rows(rows);
+}

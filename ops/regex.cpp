@@ -8,7 +8,7 @@ constexpr size_t REGEX_ERROR_SIZE = 1024; // the library's wording is cut at 1,0
 }
 
 compiled_regex::compiled_regex(const char* pattern, int flags)
-    : status_(regcomp(&re_, pattern ? pattern : "", flags))
+    : status_(regcomp(&re_, str_or_empty(pattern), flags))
 {
 }
 

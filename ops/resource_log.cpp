@@ -93,8 +93,8 @@ void resource_log_setup(const char* path_template, double cpu_threshold, double 
 void resource_log_configure(const char* path_template, const char* cpu_threshold,
                             const char* memory_threshold)
 {
-    resource_log_setup(path_template, atof(cpu_threshold ? cpu_threshold : ""),
-                       atof(memory_threshold ? memory_threshold : ""));
+    resource_log_setup(path_template, atof(str_or_empty(cpu_threshold)),
+                       atof(str_or_empty(memory_threshold)));
 }
 
 void resource_log_finish()

@@ -19,6 +19,8 @@ struct owned_name {
 // names here; a name that a later family registers too stays with the earlier one.
 constexpr owned_name REGISTERED[] = {
     // clang-format off
+    // cache
+    {"cache",           "cache"},
     // optimize
     {"optimize",        "optimize"},
     // request
@@ -43,6 +45,16 @@ constexpr owned_name REGISTERED[] = {
     {"gifsize",         "image_size"},
     {"imgsize",         "image_size"},
     {"jpegsize",        "image_size"},
+
+    // exec
+    {"exec",            "exec"},
+    // files
+    {"-f",              "files"},
+    {"find",            "files"},
+    {"include",         "files"},
+    {"index",           "files"},
+    {"name",            "files"},
+    {"stat",            "files"},
     // compare
     {"cmp",             "compare"},
     {"default",         "compare"},
@@ -94,6 +106,8 @@ constexpr owned_name REGISTERED[] = {
     // sql
     {"server",          "sql"},
     {"sql",             "sql"},
+    // counter
+    {"counter",         "counter"},
     // dates
     {"calendar",        "dates"},
     {"dateoffset",      "dates"},

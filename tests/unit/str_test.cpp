@@ -1,9 +1,9 @@
 // Heap-string and file helpers.
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string>
-#include <fcntl.h>
 #include <sys/file.h>
 #include <thread>
 #include <unistd.h>
@@ -130,7 +130,7 @@ TEST(File, LockedReadTakesTheSizeAfterTheWait)
     ASSERT_EQ(flock(writer, LOCK_EX), 0);
     std::string read_back;
     std::thread reader([&] { read_back = own(read_file(path.c_str(), false, true)); });
-    usleep(200000);  // the reader has taken the old size and waits for the lock by now
+    usleep(200000); // the reader has taken the old size and waits for the lock by now
     std::string longer(100000, 'x');
     ASSERT_EQ(pwrite(writer, longer.data(), longer.size(), 0), (ssize_t)longer.size());
     flock(writer, LOCK_UN);
