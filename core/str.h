@@ -244,7 +244,8 @@ const char* fmt_ulong_padded(unsigned long n, int width);
 
 // The whole file, with carriage returns removed and lines beginning with "#" dropped; with
 // drop_blank_lines also empty lines. An exclusive flock is held during the read when lock is
-// set. Null when path is null or the file cannot be opened. Ownership: new result.
+// set, and the file's size is then taken under it. Null when path is null or the file cannot
+// be opened. Ownership: new result.
 char* read_file(const char* path, bool drop_blank_lines, bool lock);
 
 // Removes carriage returns and "#" comment lines (and, with drop_blank_lines, empty lines)
