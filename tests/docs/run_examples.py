@@ -2,8 +2,9 @@
 """Runs every example of one operator reference file (docs/<family>.md) through the program.
 
 An example is a fenced block tagged "page" followed, before the next "page" block, by blocks
-tagged "file NAME", "env", "stdin", "error_log", "after NAME", and one tagged "output" (the
-exact response body) or "response" (the exact response, header lines included). They mean
+tagged "file NAME", "program NAME" (a file made executable), "env", "stdin", "error_log",
+"after NAME", and one tagged "output" (the exact response body) or "response" (the exact
+response, header lines included). They mean
 what the sections of the same names mean to tests/pages/run_page.py, whose machinery runs the
 example; "output" is its "body" and "response" its "expect". A block's text is its lines
 without the last line break. "page NAME" makes the page the file NAME (default page.html,
@@ -26,7 +27,7 @@ import run_page  # noqa: E402
 
 FENCE = re.compile(r"^```(.*)$")
 HEADING = re.compile(r"^### `([^`]+)`$")
-KINDS = {"page", "file", "env", "stdin", "output", "response", "error_log", "after"}
+KINDS = {"page", "file", "program", "env", "stdin", "output", "response", "error_log", "after"}
 SECTION = {"output": "body", "response": "expect"}
 
 
