@@ -41,11 +41,6 @@ constexpr owned_name REGISTERED[] = {
     {"random",          "misc"},
     {"rem",             "misc"},
     {"sum",             "misc"},
-    // image_size
-    {"gifsize",         "image_size"},
-    {"imgsize",         "image_size"},
-    {"jpegsize",        "image_size"},
-
     // exec
     {"exec",            "exec"},
     // files
@@ -55,6 +50,10 @@ constexpr owned_name REGISTERED[] = {
     {"index",           "files"},
     {"name",            "files"},
     {"stat",            "files"},
+    // image_size
+    {"gifsize",         "image_size"},
+    {"imgsize",         "image_size"},
+    {"jpegsize",        "image_size"},
     // compare
     {"cmp",             "compare"},
     {"default",         "compare"},
