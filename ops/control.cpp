@@ -50,13 +50,12 @@ int control_int_op(char op, int a, int b)
     }
 }
 
-// The new value of var(name;op;operand) from the old one. Ownership: borrows all, new result.
+// The new value of var(name;op;operand) from the old one, for every op but "." (appending).
+// Ownership: borrows all, new result.
 char* var_compute(const char* old, const char* op, char* operand)
 {
     if (str_equal(op, "+") || str_equal(op, "-") || str_equal(op, "*") || str_equal(op, "/"))
         return str_dup(fmt_int(control_int_op(op[0], str_to_int(old), str_to_int(operand))));
-    if (str_equal(op, "."))
-        return str_join(str_or_empty(old), str_or_empty(operand), nullptr);
     double value;
     char* error = control_eval(operand, "var", value);
     return error ? error : format_number(value, op);
@@ -95,6 +94,8 @@ char* op_var(int count, char** params)
     }
     if (count == 2)
         vars.set(params[0], params[1]);
+    else if (str_equal(params[1], "."))
+        vars.append(params[0], params[2]); // in place, so building a text costs what it adds
     else
         vars.set_take(params[0], var_compute(vars.get(params[0]), params[1], params[2]));
     return nullptr;
