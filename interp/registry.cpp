@@ -1,27 +1,68 @@
 // The operator registry and the expander.
 //
-// The registry is a hash index from name to entry (the first registration of a name wins), so a
-// lookup costs the same whatever the number of operators. The expander
-// reads its input once, left to right, and writes into a separate output buffer: a result is
-// appended and never rescanned, which is exactly what splicing it into the text and scanning on
-// after it would do, without copying the rest of the text for every call.
+// The registry is a fixed table of entries with an open-addressing hash index over their names,
+// both static storage: registering a family's rows copies no name and allocates nothing, and
+// the process ends without tearing anything down. The first registration of a name wins, and a
+// lookup costs the same whatever the number of operators. The expander reads its input once,
+// left to right, and writes into a separate output buffer: a result is appended and never
+// rescanned, which is exactly what splicing it into the text and scanning on after it would do,
+// without copying the rest of the text for every call.
 #include "interp/registry.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
-#include <unordered_map>
 
+#include "core/log.h"
 #include "core/str.h"
 #include "interp/request.h"
 
 namespace {
 
-std::unordered_map<std::string_view, operator_entry*>& registry_index()
+// Room for every operator; the index has twice as many slots, so probe runs stay short.
+constexpr int MAX_OPERATORS = 1024;
+constexpr uint32_t INDEX_SLOTS = 2 * MAX_OPERATORS; // a power of two
+
+operator_entry entries[MAX_OPERATORS];
+int entry_count = 0;
+uint16_t index_slots[INDEX_SLOTS]; // entry number + 1; 0 for a free slot
+
+// FNV-1a over the bytes of name.
+uint32_t registry_hash(const char* name)
 {
-    static std::unordered_map<std::string_view, operator_entry*> index;
-    return index;
+    uint32_t hash = 2166136261u;
+    for (const unsigned char* p = (const unsigned char*)name; *p; p++)
+        hash = (hash ^ *p) * 16777619u;
+    return hash;
 }
+
+// The index slot that holds name, or the free slot where it belongs.
+uint16_t& registry_slot(const char* name)
+{
+    for (uint32_t i = registry_hash(name);; i++) {
+        uint16_t& slot = index_slots[i & (INDEX_SLOTS - 1)];
+        if (slot == 0 || strcmp(entries[slot - 1].name, name) == 0)
+            return slot;
+    }
+}
+
+} // namespace
+
+void registry_add(const char* name, operator_handler handler, int param_count, unsigned flags,
+                  const char* source)
+{
+    if (!str_nonempty(name))
+        return;
+    uint16_t& slot = registry_slot(name);
+    if (slot != 0)
+        return; // the first registration wins
+    if (entry_count == MAX_OPERATORS)
+        fatal_log("more than %d operators registered", MAX_OPERATORS);
+    entries[entry_count] = {handler, name, param_count, flags, source};
+    slot = (uint16_t)++entry_count;
+}
+
+namespace {
 
 // The parameters of one call: up to MAX_PARAMS heap strings, freed last to first.
 struct param_slots {
@@ -103,28 +144,24 @@ struct depth_guard {
 void register_operator(const char* name, operator_handler handler, int param_count, unsigned flags,
                        const char* source)
 {
-    if (!str_nonempty(name) || find_operator(name))
-        return;
-    auto* entry = (operator_entry*)checked_malloc(sizeof(operator_entry));
-    *entry = {handler, str_dup(name), param_count, flags, source};
-    registry_index().emplace(entry->name, entry);
+    if (str_nonempty(name) && !find_operator(name))
+        registry_add(str_dup(name), handler, param_count, flags, source);
 }
 
 const operator_entry* find_operator(const char* name)
 {
     if (!name)
         return nullptr;
-    auto& index = registry_index();
-    auto found = index.find(name);
-    return found == index.end() ? nullptr : found->second;
+    uint16_t slot = registry_slot(name);
+    return slot == 0 ? nullptr : &entries[slot - 1];
 }
 
 std::vector<const operator_entry*> registered_operators()
 {
-    std::vector<const operator_entry*> entries;
-    for (const auto& [name, entry] : registry_index())
-        entries.push_back(entry);
-    return entries;
+    std::vector<const operator_entry*> list;
+    for (int i = 0; i < entry_count; i++)
+        list.push_back(&entries[i]);
+    return list;
 }
 
 char* call_operator(const char* name, int count, char** params)

@@ -22,7 +22,7 @@ constexpr int MAX_DEPTH = 999;
 
 struct operator_entry {
     operator_handler handler;
-    char* name;
+    const char* name;
     int param_count; // 0: any number
     unsigned flags;
     const char* source; // the source file whose register_rows added it; null otherwise
@@ -38,21 +38,28 @@ struct op_row {
 
 // Adds an operator to the registry. Ignored for a null or empty name and for a
 // name that is registered already: the first registration wins. source names the file that
-// registers it (kept for tests and diagnostics). Ownership: borrows name, borrows source for
-// the life of the process.
+// registers it (kept for tests and diagnostics). More than 1,024 operators is fatal (exit 254).
+// Ownership: borrows name, borrows source for the life of the process.
 void register_operator(const char* name, operator_handler handler, int param_count, unsigned flags,
                        const char* source = nullptr);
 
+// As register_operator, but keeps name itself: for names that live as long as the process,
+// such as the literals of a family's rows. Ownership: borrows name and source for the life of
+// the process.
+void registry_add(const char* name, operator_handler handler, int param_count, unsigned flags,
+                  const char* source);
+
 // Registers each row in order, noting the calling file (ops/<family>.cpp) as their source.
+// Nothing is copied or allocated: the entries point at the rows' names.
 template <size_t N>
 void register_rows(const op_row (&rows)[N],
                    const std::source_location& where = std::source_location::current())
 {
     for (const op_row& row : rows)
-        register_operator(row.name, row.handler, row.param_count, row.flags, where.file_name());
+        registry_add(row.name, row.handler, row.param_count, row.flags, where.file_name());
 }
 
-// Every registered entry, in no particular order. Ownership: view.
+// Every registered entry, in the order of registration. Ownership: view.
 std::vector<const operator_entry*> registered_operators();
 
 // The entry registered under name (exact bytes), null when none or name is null.
