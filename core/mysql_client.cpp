@@ -1,19 +1,14 @@
 // Loads the MySQL client library with dlopen and looks up the calls of mysql_client once.
 //
-// Two start-up costs of the client are avoided, neither of which a connection made here
-// needs. The client looks up the "mysql" service for its default port unless that port is
-// set already; every connection names its port, so it is set to the usual one first. And the
-// client starts its TLS library, which reads the system's TLS configuration and loads the
-// library's message tables; no connection asks for TLS, so when the TLS library is OpenSSL it
-// is started beforehand without either.
+// When the client starts, it starts its TLS library, which reads the system's TLS configuration
+// and loads the library's message tables. No connection made here asks for TLS, so when that
+// library is OpenSSL it is started beforehand without either, and the client's own start-up
+// then finds it started.
 #include "core/mysql_client.h"
 
 #include "core/shared_library.h"
 
 namespace {
-
-// The client's default port, which it would otherwise look up as the "mysql" service.
-constexpr unsigned CLIENT_DEFAULT_PORT = 3306;
 
 // OpenSSL start-up options: no configuration file, no message tables (crypto, then TLS).
 constexpr unsigned long long OPENSSL_NO_CONFIG_NO_STRINGS = 0x80 | 0x1 | 0x100000;
@@ -21,13 +16,10 @@ constexpr unsigned long long OPENSSL_NO_CONFIG_NO_STRINGS = 0x80 | 0x1 | 0x10000
 shared_library library("client", "TESSEL_MYSQL_LIBRARY", MYSQL_CLIENT_LIBRARY);
 mysql_client client;
 
-// Sets the client's default port and starts its TLS library lean, where the library has them
-// (a client built otherwise keeps its own start-up). Requires: the library is open.
-void skip_client_lookups(shared_library& lib)
+// Starts OpenSSL lean where the client uses it (a client built with another TLS library keeps
+// its own start-up). Requires: the library is open.
+void start_tls_lean(shared_library& lib)
 {
-    unsigned* port = nullptr;
-    if (lib.look_up(port, "mysql_port") && *port == 0)
-        *port = CLIENT_DEFAULT_PORT;
     int (*start_tls)(unsigned long long options, const void* settings) = nullptr;
     if (lib.look_up(start_tls, "OPENSSL_init_ssl"))
         start_tls(OPENSSL_NO_CONFIG_NO_STRINGS, nullptr);
@@ -48,7 +40,7 @@ bool look_up_all(shared_library& lib)
                  lib.look_up(client.fetch_row, "mysql_fetch_row") &&
                  lib.look_up(client.free_result, "mysql_free_result");
     if (found)
-        skip_client_lookups(lib); // after the calls, so a missing option names no call
+        start_tls_lean(lib); // not a call the client must have: its absence is no failure
     return found;
 }
 
