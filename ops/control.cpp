@@ -110,17 +110,19 @@ char* op_eval(int count, char** params)
 }
 
 // if[condition;then;else] or if[condition;negative;zero;positive].
+constexpr param_range IF_PARAMS = {1, 4};
+
 char* op_if(int count, char** params)
 {
     double value;
     char* error = control_eval(expand_param_text(count, params, 0), "if", value);
     if (error)
         return error;
+    if (!IF_PARAMS.accepts(count)) // refused only after the condition ran
+        return page_error("[if: wrong param count]");
     if (count <= 3)
         return control_branch(count, params, value == 0 ? 2 : 1); // NaN is true
-    if (count == 4)
-        return control_branch(count, params, value < 0 ? 1 : value == 0 ? 2 : 3);
-    return page_error("[if: wrong param count]");
+    return control_branch(count, params, value < 0 ? 1 : value == 0 ? 2 : 3);
 }
 
 // while[condition;body]: at most 999 bodies.
@@ -179,12 +181,12 @@ char* op_for(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name    handler    params  flags
-    {"var",    op_var,    0,      RAW_PARAMS},
-    {"eval",   op_eval,   0,      0},
-    {"if",     op_if,     0,      RAW_PARAMS},
+    // name    handler    params  flags       accepted
+    {"var",    op_var,    0,      RAW_PARAMS, {1, 3}},
+    {"eval",   op_eval,   0,      0,          {1, 2}},
+    {"if",     op_if,     0,      RAW_PARAMS, IF_PARAMS},
     {"while",  op_while,  2,      RAW_PARAMS},
-    {"for",    op_for,    0,      RAW_PARAMS},
+    {"for",    op_for,    0,      RAW_PARAMS, {4, 5}},
 };
 // clang-format on
 

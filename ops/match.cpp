@@ -235,9 +235,12 @@ char* match_replace(const compiled_regex& re, const char* replacement, const cha
     return out.take(true);
 }
 
+// match[pattern;text], match[pattern;flags;text], match[pattern;flags;replacement;text].
+constexpr param_range MATCH_PARAMS = {2, 4};
+
 char* op_match(int count, char** params)
 {
-    if (count < 2 || count > 4)
+    if (!MATCH_PARAMS.accepts(count))
         return nullptr;
     {
         escape_mode_scope none(ESCAPE_MODE_NONE);
@@ -262,8 +265,8 @@ char* op_match(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name     handler    params  flags
-    {"match",   op_match,  0,      RAW_PARAMS},
+    // name     handler    params  flags       accepted
+    {"match",   op_match,  0,      RAW_PARAMS, MATCH_PARAMS},
 };
 // clang-format on
 
