@@ -98,6 +98,15 @@ ScriptAlias /cgi-bin/ "$dir/cgi-bin/"
 </Directory>
 Action tessel-page /cgi-bin/tessel
 AddHandler tessel-page .html
+
+# A site's private files are never served: macro, configuration and table files (names
+# beginning with "_"), .profile, counters, .htaccess, and the program's own logs and cache.
+<FilesMatch "^(_.*|\.profile|\.htaccess|.*\.count|error_log|access_log)$">
+    Require all denied
+</FilesMatch>
+<Directory "$dir/cgi-bin/cache">
+    Require all denied
+</Directory>
 CONF
 }
 
