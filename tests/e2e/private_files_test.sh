@@ -35,4 +35,7 @@ for path in /_macro.cfg /shop/_tessel.cfg /shop/_products /.profile /shop/hits.c
     e2e_get "$path"
     check_equal "$path is refused" 403 "$STATUS"
 done
+# The shipped configuration refuses the same names.
+check_equal "tessel.conf refuses the same names" "$(grep '<FilesMatch' "$SERVER/conf/httpd.conf")" \
+    "$(grep '<FilesMatch' "$E2E_ROOT/deploy/tessel.conf.in")"
 e2e_finish
