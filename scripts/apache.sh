@@ -100,13 +100,13 @@ Action tessel-page /cgi-bin/tessel
 AddHandler tessel-page .html
 
 # A site's private files are never served: macro, configuration and table files (names
-# beginning with "_"), .profile, counters, .htaccess, and the program's own logs and cache.
+# beginning with "_"), .profile, counters, .htaccess, and the program's own logs, cache and chat.
 <FilesMatch "^(_.*|\.profile|\.htaccess|.*\.count|error_log|access_log)$">
     Require all denied
 </FilesMatch>
-<Directory "$dir/cgi-bin/cache">
+<DirectoryMatch "^$dir/cgi-bin/(cache|chat)">
     Require all denied
-</Directory>
+</DirectoryMatch>
 CONF
 }
 

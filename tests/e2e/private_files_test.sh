@@ -27,11 +27,12 @@ check_body "the page reads its private files" "The shop
 
 # The program's folder: its .profile, its logs (written by the request above), its cache.
 printf 'A=1\n' >"$CGI_BIN/.profile"
-mkdir -p "$CGI_BIN/cache" && printf 'cached' >"$CGI_BIN/cache/entry"
+mkdir -p "$CGI_BIN/cache" "$CGI_BIN/chat/admin" && printf 'cached' >"$CGI_BIN/cache/entry"
+printf 'hash' >"$CGI_BIN/chat/admin/password"
 chmod -R a+rX "$CGI_BIN"
 for path in /_macro.cfg /shop/_tessel.cfg /shop/_products /.profile /shop/hits.count \
     /shop/.htaccess /cgi-bin/.profile /cgi-bin/error_log /cgi-bin/access_log \
-    /cgi-bin/cache/entry /cgi-bin/cache/; do
+    /cgi-bin/cache/entry /cgi-bin/cache/ /cgi-bin/chat/admin/password; do
     e2e_get "$path"
     check_equal "$path is refused" 403 "$STATUS"
 done
