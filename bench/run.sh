@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
 # Times tessel as a web server runs it, one whole process per request, beside the floor of
-# any CGI program: a minimal C program that prints the very same bytes. Cases: a small page,
+# any CGI program: a minimal C program that prints the very same bytes, linked statically as
+# tessel is. Cases: a small page,
 # a 2 MB page with 2,000 operator calls, and that page doubled (4 MB, 4,000 calls) to show
 # that the cost grows linearly. Not a test: it prints medians of interleaved runs.
 #
 #   bash bench/run.sh          ROUNDS=... (default 200); TESSEL=path to skip the build
-# Targets: small page within 1.2x its floor; 2 MB page within 2x; doubling the page doubles
-# the time, no more.
+# Prints the median time, CPU time (user and system, which a busy machine inflates less) and
+# peak resident memory of each. Targets: small page within 1.1x its floor; 2 MB page within
+# 2x; doubling the page doubles the time, no more.
 set -euo pipefail
 rounds=${ROUNDS:-200}
 
@@ -77,7 +79,7 @@ int main(void)
     return 0;
 }
 C
-    cc -O2 -o "floor_$name" "floor_$name.c"
+    cc -O2 -static -o "floor_$name" "floor_$name.c"
 }
 
 for page in small.html big2m.html big4m.html; do prepare "$page"; done
@@ -93,8 +95,8 @@ import os, sys
 work = sys.argv[1]
 t = {}
 for row in open(os.path.join(work, "times")):
-    label, ms, size = row.split()
-    t[label] = (float(ms), int(size))
+    label, ms, size, cpu, kb = row.split()
+    t[label] = (float(ms), int(size), float(cpu), int(kb))
 
 def kb(n):
     return "%.1f KB" % (n / 1024) if n < 1 << 20 else "%.1f MB" % (n / (1 << 20))
@@ -103,15 +105,18 @@ def verdict(ok):
     return "met" if ok else "MISSED"
 
 print()
-print("%-28s %10s %10s %8s   %s" % ("page (output size)", "tessel", "C floor", "ratio", "target"))
-for label, title, target in (("small", "small page", 1.2), ("big2m", "2 MB, 2,000 calls", 2.0),
+print("%-26s %10s %10s %7s %9s %9s %7s %7s %9s  %s" % (
+    "page (output size)", "tessel", "C floor", "ratio", "CPU", "floor CPU", "ratio",
+    "RSS KB", "floor RSS", "target"))
+for label, title, target in (("small", "small page", 1.1), ("big2m", "2 MB, 2,000 calls", 2.0),
                              ("big4m", "4 MB, 4,000 calls", 2.0)):
-    ms, size = t[label]
-    floor, floor_size = t[label + "_floor"]
+    ms, size, cpu, rss = t[label]
+    floor, floor_size, floor_cpu, floor_rss = t[label + "_floor"]
     assert size == floor_size, "tessel and its floor printed different byte counts"
     ratio = ms / floor
-    print("%-28s %7.3f ms %7.3f ms %7.2fx   <= %.1fx %s" % (
-        "%s (%s)" % (title, kb(size)), ms, floor, ratio, target, verdict(ratio <= target)))
+    print("%-26s %7.3f ms %7.3f ms %6.2fx %6.3f ms %6.3f ms %6.2fx %7d %9d  <= %.1fx %s" % (
+        "%s (%s)" % (title, kb(size)), ms, floor, ratio, cpu, floor_cpu, cpu / floor_cpu, rss,
+        floor_rss, target, verdict(ratio <= target)))
 
 # Linearity: the time above the bare process start, for twice the page.
 growth = (t["big4m"][0] - t["small"][0]) / (t["big2m"][0] - t["small"][0])

@@ -55,10 +55,14 @@ done
 
 echo "timing $rounds interleaved rounds of whole processes..."
 ./runner "$rounds" "sql=$TESSEL@$work/sql.html" "file=$TESSEL@$work/file.html" >times
-awk '{ t[$1] = $2; b[$1] = $3 }
+awk '{ t[$1] = $2; b[$1] = $3; c[$1] = $4; r[$1] = $5 }
 END {
-    printf "%-36s %10s %10s\n", "2,000 rows in a 4-column grid", "median ms", "bytes"
-    printf "%-36s %10.2f %10d\n", "from MariaDB (server + sql)", t["sql"], b["sql"]
-    printf "%-36s %10.2f %10d\n", "from a table file (load)", t["file"], b["file"]
-    printf "the database adds %.2f ms per request\n", t["sql"] - t["file"]
+    printf "%-36s %10s %10s %10s %10s\n", "2,000 rows in a 4-column grid", "median ms", "CPU ms",
+        "peak RSS", "bytes"
+    printf "%-36s %10.2f %10.2f %7d KB %10d\n", "from MariaDB (server + sql)", t["sql"], c["sql"],
+        r["sql"], b["sql"]
+    printf "%-36s %10.2f %10.2f %7d KB %10d\n", "from a table file (load)", t["file"], c["file"],
+        r["file"], b["file"]
+    printf "the database adds %.2f ms per request (%.2fx the table file; target <= 2x)\n",
+        t["sql"] - t["file"], t["sql"] / t["file"]
 }' times

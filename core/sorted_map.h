@@ -5,9 +5,12 @@
 #ifndef TESSEL_CORE_SORTED_MAP_H
 #define TESSEL_CORE_SORTED_MAP_H
 
+#include <cstddef>
+
 // Keys in ascending order with a value each. The map owns private copies of its keys and its
-// values (a copy, or the pointer handed over to set_take). Every insertion and removal
-// resizes both arrays to the exact count; an empty map holds no arrays. Not copyable.
+// values (a copy, or the pointer handed over to set_take), and knows each value's length and
+// allocated size, so that appending to a value costs what is appended. Every insertion and
+// removal resizes the arrays to the exact count; an empty map holds no arrays. Not copyable.
 class sorted_map {
 public:
     sorted_map() = default;
@@ -31,6 +34,10 @@ public:
     // As set, but keeps the value pointer itself. Ownership: borrows key, takes value.
     void set_take(const char* key, char* value);
 
+    // Appends text to the value under key, growing it in place by doubling; an absent key
+    // gets a copy of text (empty text included). Ownership: borrows both.
+    void append(const char* key, const char* text);
+
     // Removes key and releases its copies; an absent key does nothing.
     void remove(const char* key);
 
@@ -40,11 +47,18 @@ public:
     const char* value_at(int index) const { return values_[index]; }
 
 private:
+    // The length of a value and the bytes allocated for it.
+    struct value_size {
+        size_t length;
+        size_t capacity;
+    };
+
     void resize(int count);
 
     int count_ = 0;
     char** keys_ = nullptr;
     char** values_ = nullptr;
+    value_size* sizes_ = nullptr;
 };
 
 #endif

@@ -407,7 +407,7 @@ const char* fmt_ulong_padded(unsigned long n, int width)
 
 // ---- files ----------------------------------------------------------------------------
 
-void file_clean_text(char* text, bool drop_blank_lines)
+void file_clean_text(char* text, bool drop_blank_lines, size_t* origins)
 {
     if (!text)
         return;
@@ -419,21 +419,23 @@ void file_clean_text(char* text, bool drop_blank_lines)
         if (line_start && c == '#') { // a comment line goes with its line end
             const char* end = strchr(in, '\n');
             in = end ? end + 1 : in + strlen(in);
-        } else if (c == '\r') {
-            in++;
-        } else if (c == '\n') {
-            if (!(drop_blank_lines && line_start))
-                *out++ = c;
-            in++;
+            continue;
+        }
+        size_t n = 0;
+        if (c == '\n') {
+            n = !(drop_blank_lines && line_start);
             line_start = true;
-        } else {
-            size_t n = strcspn(in, "\r\n"); // the rest of the line moves as one block
-            if (out != in)
-                memmove(out, in, n);
-            out += n;
-            in += n;
+        } else if (c != '\r') {
+            n = strcspn(in, "\r\n"); // the rest of the line moves as one block
             line_start = false;
         }
+        if (origins)
+            for (size_t k = 0; k < n; k++)
+                origins[out - text + k] = in - text + k;
+        if (n && out != in)
+            memmove(out, in, n);
+        out += n;
+        in += c == '\r' || c == '\n' ? 1 : n;
     }
     *out = '\0';
 }

@@ -249,8 +249,10 @@ const char* fmt_ulong_padded(unsigned long n, int width);
 char* read_file(const char* path, bool drop_blank_lines, bool lock);
 
 // Removes carriage returns and "#" comment lines (and, with drop_blank_lines, empty lines)
-// in place: the clean-up every text file of the system gets. Ownership: borrows text.
-void file_clean_text(char* text, bool drop_blank_lines);
+// in place: the clean-up every text file of the system gets. When origins is given (room for
+// one entry per byte of text), origins[i] receives the offset in the original text of the
+// byte kept at position i. Ownership: borrows text, borrows origins.
+void file_clean_text(char* text, bool drop_blank_lines, size_t* origins = nullptr);
 
 // Replaces the file's contents by text, creating it when missing; null on success, otherwise
 // an error text ("no filename specified" or the system's message). Ownership: borrows both,

@@ -142,12 +142,14 @@ void table::shift(int step)
 
 char* table::serialise() const
 {
-    char* text = nullptr;
+    if (count() == 0)
+        return nullptr;
+    str_builder text; // grows by doubling: a large table costs no more per row than a small one
     for (int i = 0; i < count(); i++) {
-        str_append(text, slots()[i]);
-        str_append(text, "\n");
+        text.append(slots()[i]);
+        text.append('\n');
     }
-    return text;
+    return text.take(false);
 }
 
 void table::lock()

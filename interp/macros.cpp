@@ -82,28 +82,6 @@ char* cut_body(char* body)
     return newline + 1;
 }
 
-// Defines each header's body; returns how many were defined.
-int define_headers(char* header)
-{
-    int defined = 0;
-    while (header) {
-        char* body = str_cut_at(header, '\n');
-        if (!body)
-            break; // a header on the last line has no body
-        if (*body == '@') {
-            header = body; // an empty body: the first header is dropped
-            continue;
-        }
-        char* next = cut_body(body);
-        if (*body) {
-            macro_define(header + 1, body);
-            defined++;
-        }
-        header = next;
-    }
-    return defined;
-}
-
 // Index (from 1) of the first name that text begins with, and its length; 0 for none.
 int match_param_name(const char* text, const std::vector<std::string>& names, size_t& len)
 {
@@ -194,13 +172,34 @@ char* load_page(const char* path)
 
 // ---- definitions ------------------------------------------------------------------------
 
+int macro_each_definition(char* text, const std::function<void(char*, char*)>& on_definition)
+{
+    int defined = 0;
+    for (char* header = text ? first_header(text) : nullptr; header;) {
+        char* body = str_cut_at(header, '\n');
+        if (!body)
+            break; // a header on the last line has no body
+        if (*body == '@') {
+            header = body; // an empty body: the first header is dropped
+            continue;
+        }
+        char* next = cut_body(body);
+        if (*body) {
+            on_definition(header + 1, body);
+            defined++;
+        }
+        header = next;
+    }
+    return defined;
+}
+
 int define_macros(char* text, str_builder* output)
 {
-    char* header = text ? first_header(text) : nullptr;
-    if (!header)
+    if (!text || !first_header(text))
         return 0;
     per_file_macros scope;
-    int defined = define_headers(header);
+    int defined =
+        macro_each_definition(text, [](char* name, char* body) { macro_define(name, body); });
     if (macro_body("autoexec")) {
         autoexec_flag flag;
         str_free(macro_run("autoexec"));

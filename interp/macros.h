@@ -11,6 +11,7 @@
 #ifndef TESSEL_INTERP_MACROS_H
 #define TESSEL_INTERP_MACROS_H
 
+#include <functional>
 #include <initializer_list>
 
 #include "core/str.h"
@@ -33,6 +34,13 @@ char* load_page(const char* path);
 // null; the "autoexec" and "main" defined before are back afterwards.
 // Ownership: borrows text (cut in place), borrows output.
 int define_macros(char* text, str_builder* output);
+
+// Calls on_definition(header, body) for each definition of text, in order, and returns how
+// many there were: header is the header line without "@" ("name" or "name[p1;p2]"), body the
+// body as written. Headers without a body are skipped. Defines nothing itself.
+// Ownership: borrows text (cut in place: header and body are views into it).
+int macro_each_definition(char* text,
+                          const std::function<void(char* header, char* body)>& on_definition);
 
 // define_macros of a whole file; 0 when it cannot be read. Ownership: borrows both.
 int define_macro_file(const char* path, str_builder* output);

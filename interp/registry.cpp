@@ -1,27 +1,69 @@
 // The operator registry and the expander.
 //
-// The registry is a hash index from name to entry (the first registration of a name wins), so a
-// lookup costs the same whatever the number of operators. The expander
-// reads its input once, left to right, and writes into a separate output buffer: a result is
-// appended and never rescanned, which is exactly what splicing it into the text and scanning on
-// after it would do, without copying the rest of the text for every call.
+// The registry is a fixed table of entries with an open-addressing hash index over their names,
+// both static storage: registering a family's rows copies no name and allocates nothing, and
+// the process ends without tearing anything down. The first registration of a name wins, and a
+// lookup costs the same whatever the number of operators. The expander reads its input once,
+// left to right, and writes into a separate output buffer: a result is appended and never
+// rescanned, which is exactly what splicing it into the text and scanning on after it would do,
+// without copying the rest of the text for every call.
 #include "interp/registry.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
-#include <unordered_map>
 
+#include "core/log.h"
 #include "core/str.h"
 #include "interp/request.h"
+#include "interp/scanner.h"
 
 namespace {
 
-std::unordered_map<std::string_view, operator_entry*>& registry_index()
+// Room for every operator; the index has twice as many slots, so probe runs stay short.
+constexpr int MAX_OPERATORS = 1024;
+constexpr uint32_t INDEX_SLOTS = 2 * MAX_OPERATORS; // a power of two
+
+operator_entry entries[MAX_OPERATORS];
+int entry_count = 0;
+uint16_t index_slots[INDEX_SLOTS]; // entry number + 1; 0 for a free slot
+
+// FNV-1a over the bytes of name.
+uint32_t registry_hash(const char* name)
 {
-    static std::unordered_map<std::string_view, operator_entry*> index;
-    return index;
+    uint32_t hash = 2166136261u;
+    for (const unsigned char* p = (const unsigned char*)name; *p; p++)
+        hash = (hash ^ *p) * 16777619u;
+    return hash;
 }
+
+// The index slot that holds name, or the free slot where it belongs.
+uint16_t& registry_slot(const char* name)
+{
+    for (uint32_t i = registry_hash(name);; i++) {
+        uint16_t& slot = index_slots[i & (INDEX_SLOTS - 1)];
+        if (slot == 0 || strcmp(entries[slot - 1].name, name) == 0)
+            return slot;
+    }
+}
+
+} // namespace
+
+void registry_add(const char* name, operator_handler handler, int param_count, unsigned flags,
+                  const char* source, param_range accepted)
+{
+    if (!str_nonempty(name))
+        return;
+    uint16_t& slot = registry_slot(name);
+    if (slot != 0)
+        return; // the first registration wins
+    if (entry_count == MAX_OPERATORS)
+        fatal_log("more than %d operators registered", MAX_OPERATORS);
+    entries[entry_count] = {handler, name, param_count, flags, source, accepted};
+    slot = (uint16_t)++entry_count;
+}
+
+namespace {
 
 // The parameters of one call: up to MAX_PARAMS heap strings, freed last to first.
 struct param_slots {
@@ -44,52 +86,6 @@ char* copy_range(const char* p, int len)
     return len > 0 ? str_dup_n(p, len) : nullptr;
 }
 
-// Copies text[start, end) into the next slot, dropping one pair of enclosing backquotes.
-// False when the call would carry more than MAX_PARAMS parameters.
-bool store_param(param_slots& params, const char* text, size_t start, size_t end)
-{
-    int len = (int)(end - start);
-    const char* p = text + start;
-    char* value = len > 0 && p[0] == '`' && p[len - 1] == '`' ? copy_range(p + 1, len - 2)
-                                                              : copy_range(p, len);
-    params.slots[params.count++] = value;
-    return params.count <= MAX_PARAMS;
-}
-
-// Scans the parameter list that opens at text[open] ("["). On success returns the index of the
-// closing "]" with the parameters stored; on failure (no closing bracket, too many parameters)
-// returns 0. Escaped ("^x") and backquoted brackets and semicolons are not structural.
-size_t scan_params(const char* text, size_t open, param_slots& params)
-{
-    int depth = 0;
-    bool escaped = false, quoted = false;
-    size_t start = open + 1;
-    for (size_t i = open;; i++) {
-        char c = text[i];
-        if (c == '\0')
-            return 0;
-        if (!escaped && !quoted) {
-            if (c == '[')
-                depth++;
-            else if (c == ']')
-                depth--;
-        }
-        if (depth == 0 || (c == ';' && depth == 1 && !escaped && !quoted)) {
-            if (!store_param(params, text, start, i))
-                return 0;
-            start = i + 1;
-        }
-        if (c == '`')
-            quoted = !quoted; // an escaped backquote toggles too
-        if (escaped)
-            escaped = false;
-        else if (c == '^')
-            escaped = true;
-        if (depth == 0)
-            return i;
-    }
-}
-
 // Lowers the nesting counter when a dispatched call ends, by return or by exception.
 struct depth_guard {
     depth_guard() = default;
@@ -101,30 +97,26 @@ struct depth_guard {
 } // namespace
 
 void register_operator(const char* name, operator_handler handler, int param_count, unsigned flags,
-                       const char* source)
+                       const char* source, param_range accepted)
 {
-    if (!str_nonempty(name) || find_operator(name))
-        return;
-    auto* entry = (operator_entry*)checked_malloc(sizeof(operator_entry));
-    *entry = {handler, str_dup(name), param_count, flags, source};
-    registry_index().emplace(entry->name, entry);
+    if (str_nonempty(name) && !find_operator(name))
+        registry_add(str_dup(name), handler, param_count, flags, source, accepted);
 }
 
 const operator_entry* find_operator(const char* name)
 {
     if (!name)
         return nullptr;
-    auto& index = registry_index();
-    auto found = index.find(name);
-    return found == index.end() ? nullptr : found->second;
+    uint16_t slot = registry_slot(name);
+    return slot == 0 ? nullptr : &entries[slot - 1];
 }
 
 std::vector<const operator_entry*> registered_operators()
 {
-    std::vector<const operator_entry*> entries;
-    for (const auto& [name, entry] : registry_index())
-        entries.push_back(entry);
-    return entries;
+    std::vector<const operator_entry*> list;
+    for (int i = 0; i < entry_count; i++)
+        list.push_back(&entries[i]);
+    return list;
 }
 
 char* call_operator(const char* name, int count, char** params)
@@ -152,9 +144,8 @@ char* expand_in_place(char* text)
     // the caller's slot still holds it and frees it once.
     str_builder out;
     size_t size = strlen(text);
-    out.reserve(size);  // most pages come out about as long as they went in
-    size_t bracket = 0; // cached position of the next "[" (size when there is none)
-    bool searched = false;
+    out.reserve(size); // most pages come out about as long as they went in
+    call_scanner scanner(text, size);
     size_t i = 0;
     while (i < size) {
         const char* caret = (const char*)memchr(text + i, '^', size - i);
@@ -163,29 +154,25 @@ char* expand_in_place(char* text)
         i = at;
         if (i >= size)
             break;
-        char next = text[i + 1];
-        if (next == '^' || next == ';' || next == '\0') {
-            if (next)
-                out.append(next);
+        param_slots params;
+        caret_scan found = scanner.read(i, [&](size_t start, size_t end) {
+            params.slots[params.count++] = copy_range(text + start, (int)(end - start));
+        });
+        if (found.kind == caret_kind::ESCAPE) {
+            if (i + 1 < size)
+                out.append(text[i + 1]);
             i += 2;
             continue;
         }
-        if (!searched || (bracket < size && bracket <= i)) {
-            const char* b = (const char*)memchr(text + i + 1, '[', size - i - 1);
-            bracket = b ? b - text : size;
-            searched = true;
-        }
-        param_slots params;
-        size_t close = bracket < size ? scan_params(text, bracket, params) : 0;
-        if (close == 0) {
+        if (found.kind != caret_kind::CALL) {
             out.append('^');
             i++;
             continue;
         }
-        str_holder name(copy_range(text + i + 1, (int)(bracket - i - 1)));
+        str_holder name(copy_range(text + i + 1, (int)(found.open - i - 1)));
         str_holder result(call_operator(name.get(), params.count, params.slots));
         out.append(result.get());
-        i = close + 1;
+        i = found.close + 1;
         if (out.size() == 0 && i >= size) {
             str_free(text);
             return nullptr; // the last call left the whole text empty

@@ -20,44 +20,73 @@ constexpr int MAX_PARAMS = 19;
 // The nesting depth beyond which every call yields "[infinite operator recursion detected]".
 constexpr int MAX_DEPTH = 999;
 
-struct operator_entry {
-    operator_handler handler;
-    char* name;
-    int param_count; // 0: any number
-    unsigned flags;
-    const char* source; // the source file whose register_rows added it; null otherwise
+// The parameter counts from min to max that an operator works with; max 0: no upper bound.
+// The empty range accepts every count.
+struct param_range {
+    int min = 0;
+    int max = 0;
+    constexpr bool accepts(int count) const { return count >= min && (max == 0 || count <= max); }
 };
 
-// One row of a family's registration table.
+struct operator_entry {
+    operator_handler handler;
+    const char* name;
+    int param_count; // 0: any number
+    unsigned flags;
+    const char* source;   // the source file whose register_rows added it; null otherwise
+    param_range accepted; // with param_count 0: the counts the handler works with
+};
+
+// One row of a family's registration table. When param_count is 0 the dispatcher passes
+// every count, and accepted declares the counts the handler works with: a handler that refuses
+// the others tests its range with accepts(), and the page checker reports calls outside it.
+// A family names such a range once, as a constant that both its row and its handler read.
 struct op_row {
     const char* name;
     operator_handler handler;
     int param_count;
     unsigned flags;
+    param_range accepted = {};
 };
 
 // Adds an operator to the registry. Ignored for a null or empty name and for a
 // name that is registered already: the first registration wins. source names the file that
-// registers it (kept for tests and diagnostics). Ownership: borrows name, borrows source for
-// the life of the process.
+// registers it (kept for tests and diagnostics); accepted is as in op_row. More than 1,024
+// operators is fatal (exit 254). Ownership: borrows name, borrows source for the life of the
+// process.
 void register_operator(const char* name, operator_handler handler, int param_count, unsigned flags,
-                       const char* source = nullptr);
+                       const char* source = nullptr, param_range accepted = {});
+
+// As register_operator, but keeps name itself: for names that live as long as the process,
+// such as the literals of a family's rows. Ownership: borrows name and source for the life of
+// the process.
+void registry_add(const char* name, operator_handler handler, int param_count, unsigned flags,
+                  const char* source, param_range accepted = {});
 
 // Registers each row in order, noting the calling file (ops/<family>.cpp) as their source.
+// Nothing is copied or allocated: the entries point at the rows' names.
 template <size_t N>
 void register_rows(const op_row (&rows)[N],
                    const std::source_location& where = std::source_location::current())
 {
     for (const op_row& row : rows)
-        register_operator(row.name, row.handler, row.param_count, row.flags, where.file_name());
+        registry_add(row.name, row.handler, row.param_count, row.flags, where.file_name(),
+                     row.accepted);
 }
 
-// Every registered entry, in no particular order. Ownership: view.
+// Every registered entry, in the order of registration. Ownership: view.
 std::vector<const operator_entry*> registered_operators();
 
 // The entry registered under name (exact bytes), null when none or name is null.
 // Ownership: view.
 const operator_entry* find_operator(const char* name);
+
+// True when a call of entry with count parameters is one it works with: exactly param_count
+// when that is fixed, otherwise a count in its accepted range.
+inline bool operator_accepts(const operator_entry& entry, int count)
+{
+    return entry.param_count != 0 ? count == entry.param_count : entry.accepted.accepts(count);
+}
 
 // Evaluates one call: depth check, lookup, parameter expansion (unless raw), count check,
 // handler. Errors come back as bracketed texts. Ownership: borrows name, params stay the

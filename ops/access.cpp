@@ -70,9 +70,9 @@ char* op_user(int, char**)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name   handler   params  flags
+    // name   handler   params  flags       accepted
     {"auth",  op_auth,  2,      0},
-    {"user",  op_user,  0,      0},
+    {"user",  op_user,  0,      0,          {1, 1}},
 };
 // clang-format on
 

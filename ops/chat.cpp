@@ -733,15 +733,15 @@ char* op_cookie(int, char**)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name        handler       params  flags
-    {"log",        op_log,       0,      0},
-    {"login",      op_login,     0,      0},
+    // name        handler       params  flags       accepted
+    {"log",        op_log,       0,      0,          {1, 1}},
+    {"login",      op_login,     0,      0,          {1, 2}},
     {"cookie",     op_cookie,    0,      0},
-    {"userlist",   op_userlist,  0,      0},
-    {"chat",       op_chat,      0,      0},
+    {"userlist",   op_userlist,  0,      0,          {1, 1}},
+    {"chat",       op_chat,      0,      0,          {1, 1}},
     {"validate",   op_validate,  1,      0},
     {"message",    op_message,   1,      0},
-    {"startup",    op_startup,   0,      0},
+    {"startup",    op_startup,   0,      0,          {1, 1}},
 };
 // clang-format on
 

@@ -72,9 +72,12 @@ char* compare_expand_copy(int count, char** params, int i)
     return expand_copy(param_text(count, params, i));
 }
 
+constexpr param_range EQ_PARAMS = {3, 4};
+constexpr param_range IFDEF_PARAMS = {2, 3};
+
 char* op_eq(int count, char** params)
 {
-    if (count != 3 && count != 4)
+    if (!EQ_PARAMS.accepts(count))
         return page_error("[eq: wrong params number]");
     str_holder a(expand_copy(params[0]));
     str_holder b(expand_copy(params[1]));
@@ -83,7 +86,7 @@ char* op_eq(int count, char** params)
 
 char* op_ifdef(int count, char** params)
 {
-    if (count != 2 && count != 3)
+    if (!IFDEF_PARAMS.accepts(count))
         return page_error("[ifdef: wrong params number]");
     str_holder x(expand_copy(params[0]));
     return compare_expand_copy(count, params, x.get() ? 1 : 2);
@@ -167,9 +170,9 @@ char* op_optioncount(int, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name           handler          params  flags
-    {"eq",            op_eq,           0,      RAW_PARAMS},
-    {"ifdef",         op_ifdef,        0,      RAW_PARAMS},
+    // name           handler          params  flags       accepted
+    {"eq",            op_eq,           0,      RAW_PARAMS, EQ_PARAMS},
+    {"ifdef",         op_ifdef,        0,      RAW_PARAMS, IFDEF_PARAMS},
     {"start",         op_start,        3,      RAW_PARAMS},
     {"default",       op_default,      2,      RAW_PARAMS},
     {"optionset",     op_optionset,    2,      0},

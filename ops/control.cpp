@@ -50,13 +50,12 @@ int control_int_op(char op, int a, int b)
     }
 }
 
-// The new value of var(name;op;operand) from the old one. Ownership: borrows all, new result.
+// The new value of var(name;op;operand) from the old one, for every op but "." (appending).
+// Ownership: borrows all, new result.
 char* var_compute(const char* old, const char* op, char* operand)
 {
     if (str_equal(op, "+") || str_equal(op, "-") || str_equal(op, "*") || str_equal(op, "/"))
         return str_dup(fmt_int(control_int_op(op[0], str_to_int(old), str_to_int(operand))));
-    if (str_equal(op, "."))
-        return str_join(str_or_empty(old), str_or_empty(operand), nullptr);
     double value;
     char* error = control_eval(operand, "var", value);
     return error ? error : format_number(value, op);
@@ -95,6 +94,8 @@ char* op_var(int count, char** params)
     }
     if (count == 2)
         vars.set(params[0], params[1]);
+    else if (str_equal(params[1], "."))
+        vars.append(params[0], params[2]); // in place, so building a text costs what it adds
     else
         vars.set_take(params[0], var_compute(vars.get(params[0]), params[1], params[2]));
     return nullptr;
@@ -109,17 +110,19 @@ char* op_eval(int count, char** params)
 }
 
 // if[condition;then;else] or if[condition;negative;zero;positive].
+constexpr param_range IF_PARAMS = {1, 4};
+
 char* op_if(int count, char** params)
 {
     double value;
     char* error = control_eval(expand_param_text(count, params, 0), "if", value);
     if (error)
         return error;
+    if (!IF_PARAMS.accepts(count)) // refused only after the condition ran
+        return page_error("[if: wrong param count]");
     if (count <= 3)
         return control_branch(count, params, value == 0 ? 2 : 1); // NaN is true
-    if (count == 4)
-        return control_branch(count, params, value < 0 ? 1 : value == 0 ? 2 : 3);
-    return page_error("[if: wrong param count]");
+    return control_branch(count, params, value < 0 ? 1 : value == 0 ? 2 : 3);
 }
 
 // while[condition;body]: at most 999 bodies.
@@ -178,12 +181,12 @@ char* op_for(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name    handler    params  flags
-    {"var",    op_var,    0,      RAW_PARAMS},
-    {"eval",   op_eval,   0,      0},
-    {"if",     op_if,     0,      RAW_PARAMS},
+    // name    handler    params  flags       accepted
+    {"var",    op_var,    0,      RAW_PARAMS, {1, 3}},
+    {"eval",   op_eval,   0,      0,          {1, 2}},
+    {"if",     op_if,     0,      RAW_PARAMS, IF_PARAMS},
     {"while",  op_while,  2,      RAW_PARAMS},
-    {"for",    op_for,    0,      RAW_PARAMS},
+    {"for",    op_for,    0,      RAW_PARAMS, {4, 5}},
 };
 // clang-format on
 

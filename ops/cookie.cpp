@@ -96,8 +96,8 @@ char* op_cookie(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name     handler     params  flags
-    {"cookie",  op_cookie,  0,      0},
+    // name     handler     params  flags       accepted
+    {"cookie",  op_cookie,  0,      0,          {1, 3}},
 };
 // clang-format on
 

@@ -197,9 +197,9 @@ char* op_calendar(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name            handler            params  flags
-    {"calendar",       op_calendar,       0,      0},
-    {"loadtimestamp",  op_loadtimestamp,  0,      0},
+    // name            handler            params  flags       accepted
+    {"calendar",       op_calendar,       0,      0,          {1, 2}},
+    {"loadtimestamp",  op_loadtimestamp,  0,      0,          {1, 1}},
     {"dateoffset",     op_dateoffset,     3,      0},
 };
 // clang-format on

@@ -57,9 +57,11 @@ void download_send(const char* type, const char* name, const char* data, int siz
 }
 
 // download[path;name;type]: the file as the response, offered under name with the type.
+constexpr param_range DOWNLOAD_PARAMS = {1, 3};
+
 char* op_download(int count, char** params)
 {
-    if (count > 3)
+    if (!DOWNLOAD_PARAMS.accepts(count))
         return page_error("[invalid parameters to operator download]");
     str_holder path(resolve_path(param_text(count, params, 0)));
     const char* name = download_offered_name(param_or(count, params, 1, path.get()));
@@ -80,8 +82,8 @@ char* op_download(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name       handler      params  flags
-    {"download",  op_download, 0,      0},
+    // name       handler      params  flags       accepted
+    {"download",  op_download, 0,      0,          DOWNLOAD_PARAMS},
 };
 // clang-format on
 

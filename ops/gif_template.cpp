@@ -315,8 +315,8 @@ char* op_gif_template(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name           handler           params  flags
-    {"gif_template",  op_gif_template,  0,      0},
+    // name           handler           params  flags       accepted
+    {"gif_template",  op_gif_template,  0,      0,          {1, 3}},
 };
 // clang-format on
 

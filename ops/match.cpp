@@ -145,36 +145,72 @@ char* match_expand_replacement(const char* replacement, const char* s, const reg
     return expand_copy(replacement);
 }
 
-// Replaces the first match in text, or every match with global. After an empty match the
-// position moves on by one more byte, so a pattern that matches nothing cannot loop forever.
+// Searches text[pos, length) as a text of its own, so that "^" matches at pos. Offsets in
+// found are relative to pos.
+int match_search(const compiled_regex& re, const char* text, size_t pos, size_t length,
+                 std::vector<regmatch_t>& found)
+{
+    found[0].rm_so = 0;
+    found[0].rm_eo = (regoff_t)(length - pos); // no measuring of the rest on every search
+    return regexec(re.get(), text + pos, found.size(), found.data(), REG_STARTEND);
+}
+
+// Replaces the first match in text, or every match with global. Each search starts where the
+// last match ended, as if the text began there; after an empty match it starts one byte
+// further, so a pattern that matches nothing cannot loop forever. The result is written once,
+// left to right. A match table is built for a match only when the replacement has calls,
+// which may read it, and for the last match, which stays under "match" afterwards.
 // Ownership: borrows all, new result.
 char* match_replace(const compiled_regex& re, const char* replacement, const char* text,
                     bool global)
 {
-    std::vector<regmatch_t> found(re.groups() + 1);
-    str_holder s(str_dup(text));
-    int pos = 0;
+    std::vector<regmatch_t> found(re.groups() + 1), last_found;
+    const bool reads_table = replacement && strchr(replacement, '^');
+    const size_t length = strlen(text);
+    str_builder out;
+    size_t pos = 0, last = 0; // where the search starts; where the last match's search started
+    bool replaced = false;
     do {
-        if (pos > str_len0(s.get()))
+        if (pos > length)
             break;
-        const char* from = s.get() ? s.get() + pos : "";
-        int status = regexec(re.get(), from, found.size(), found.data(), 0);
+        int status = match_search(re, text, pos, length, found);
         if (status == REG_NOMATCH)
             break;
         if (status != 0)
             return regex_error_text(status, re.get());
-        str_holder inserted(match_expand_replacement(replacement, from, found.data(), re.groups()));
-        int start = pos + found[0].rm_so;
-        int matched = found[0].rm_eo - found[0].rm_so;
-        s.ref() = str_splice(s.get(), start, matched, inserted.get());
-        pos = start + str_len0(inserted.get()) + (matched == 0 ? 1 : 0);
+        out.append(text + pos, found[0].rm_so);
+        if (reads_table) {
+            str_holder inserted(
+                match_expand_replacement(replacement, text + pos, found.data(), re.groups()));
+            out.append(inserted.get());
+        } else {
+            out.append(replacement);
+        }
+        last = pos;
+        last_found = found;
+        replaced = true;
+        pos += found[0].rm_eo;
+        if (found[0].rm_so == found[0].rm_eo && pos < length)
+            out.append(text[pos]); // the byte after an empty match stays
+        pos += found[0].rm_so == found[0].rm_eo ? 1 : 0;
     } while (global);
-    return s.release();
+    if (!replaced)
+        return str_dup(text);
+    if (!reads_table) {
+        match_context context;
+        store_current_table(match_table(text + last, last_found.data(), re.groups()));
+    }
+    if (pos < length)
+        out.append(text + pos, length - pos);
+    return out.take(true);
 }
+
+// match[pattern;text], match[pattern;flags;text], match[pattern;flags;replacement;text].
+constexpr param_range MATCH_PARAMS = {2, 4};
 
 char* op_match(int count, char** params)
 {
-    if (count < 2 || count > 4)
+    if (!MATCH_PARAMS.accepts(count))
         return nullptr;
     {
         escape_mode_scope none(ESCAPE_MODE_NONE);
@@ -189,7 +225,7 @@ char* op_match(int count, char** params)
         return nullptr;
     const char* flags = count > 2 ? params[1] : nullptr;
     str_holder pattern(match_rewrite(str_dup(params[0])));
-    compiled_regex re(pattern.get(), match_compile_flags(flags));
+    compiled_regex re(str_or_empty(pattern.get()), match_compile_flags(flags));
     if (re.status() != 0)
         return regex_error_text(re.status(), re.get());
     if (count < 4)
@@ -199,8 +235,8 @@ char* op_match(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name     handler    params  flags
-    {"match",   op_match,  0,      RAW_PARAMS},
+    // name     handler    params  flags       accepted
+    {"match",   op_match,  0,      RAW_PARAMS, MATCH_PARAMS},
 };
 // clang-format on
 

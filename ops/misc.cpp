@@ -114,14 +114,14 @@ char* op_random(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name      handler      params  flags
+    // name      handler      params  flags       accepted
     {"rem",      op_rem,      0,      RAW_PARAMS},
     {"color",    op_color,    2,      0},
-    {"date",     op_date,     0,      0},
+    {"date",     op_date,     0,      0,          {1, 2}},
     {"sum",      op_sum,      2,      0},
     {"process",  op_process,  1,      RAW_PARAMS},
     {"level",    op_level,    2,      RAW_PARAMS},
-    {"random",   op_random,   0,      0},
+    {"random",   op_random,   0,      0,          {1, 1}},
 };
 // clang-format on
 

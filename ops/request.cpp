@@ -173,14 +173,14 @@ char* op_header(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name      handler      params  flags
+    // name      handler      params  flags       accepted
     {"form",     op_form,     1,      0},
     {"number",   op_number,   1,      0},
-    {"query",    op_query,    0,      0},
+    {"query",    op_query,    0,      0,          {1, 1}},
     {"mangle",   op_mangle,   1,      0},
     {"env",      op_env,      1,      0},
-    {"uri",      op_uri,      0,      0},
-    {"combine",  op_combine,  0,      0},
+    {"uri",      op_uri,      0,      0,          {1, 1}},
+    {"combine",  op_combine,  0,      0,          {1, 2}},
     {"browser",  op_browser,  2,      0},
     {"header",   op_header,   2,      0},
 };

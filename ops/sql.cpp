@@ -210,9 +210,9 @@ char* op_sql(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name     handler     params  flags
+    // name     handler     params  flags       accepted
     {"server",  op_server,  2,      RAW_PARAMS},
-    {"sql",     op_sql,     0,      RAW_PARAMS},
+    {"sql",     op_sql,     0,      RAW_PARAMS, {1, 3}},
 };
 // clang-format on
 

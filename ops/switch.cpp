@@ -65,9 +65,11 @@ char* op_switch(int, char** params)
     return expand_copy(slots.matched ? slots.matched : slots.fallback);
 }
 
+constexpr param_range CASE_PARAMS = {2, 0}; // values, then the branch
+
 char* op_case(int count, char** params)
 {
-    if (count < 2)
+    if (!CASE_PARAMS.accepts(count))
         return page_error("[case: not enough params]");
     const char* branch = params[count - 1];
     for (int i = 0; i < count - 1; i++) {
@@ -86,9 +88,9 @@ char* op_case(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name      handler     params  flags
+    // name      handler     params  flags       accepted
     {"switch",   op_switch,  2,      RAW_PARAMS},
-    {"case",     op_case,    0,      RAW_PARAMS},
+    {"case",     op_case,    0,      RAW_PARAMS, CASE_PARAMS},
 };
 // clang-format on
 

@@ -366,18 +366,18 @@ char* op_menu(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name      handler      params  flags
+    // name      handler      params  flags       accepted
     {"config",   op_config,   0,      RAW_PARAMS},
-    {"load",     op_load,     0,      0},
-    {"save",     op_save,     0,      RAW_PARAMS},
+    {"load",     op_load,     0,      0,          {1, 2}},
+    {"save",     op_save,     0,      RAW_PARAMS, {1, 2}},
     {"flip",     op_flip,     1,      RAW_PARAMS},
-    {"context",  op_context,  0,      RAW_PARAMS},
+    {"context",  op_context,  0,      RAW_PARAMS, {1, 2}},
     {"empty",    op_empty,    2,      RAW_PARAMS},
     {"locate",   op_locate,   2,      0},
     {"shift",    op_shift,    1,      0},
-    {"item",     op_item,     0,      0},
-    {"table",    op_table,    0,      RAW_PARAMS},
-    {"menu",     op_menu,     0,      RAW_PARAMS},
+    {"item",     op_item,     0,      0,          {1, 2}},
+    {"table",    op_table,    0,      RAW_PARAMS, {2, 3}},
+    {"menu",     op_menu,     0,      RAW_PARAMS, {1, 2}},
 };
 // clang-format on
 

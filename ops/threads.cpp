@@ -127,9 +127,9 @@ char* op_hotline_cutmark_thread(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name                      handler                     params  flags
-    {"hotline_cutmark_thread",  op_hotline_cutmark_thread,  0,      0},
-    {"hotline_quote",           op_hotline_quote,           0,      0},
+    // name                      handler                     params  flags       accepted
+    {"hotline_cutmark_thread",  op_hotline_cutmark_thread,  0,      0,          {1, 2}},
+    {"hotline_quote",           op_hotline_quote,           0,      0,          {1, 2}},
 };
 // clang-format on
 

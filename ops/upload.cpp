@@ -92,9 +92,11 @@ char* upload_recode(char* result, const char* last)
 
 // upload[field;what;...]: "name", "size", "value", "uuencode" [;name], or a target path to
 // save to; a last parameter "text" or "sql" recodes what comes back.
+constexpr param_range UPLOAD_PARAMS = {2, 0};
+
 char* op_upload(int count, char** params)
 {
-    if (count < 2)
+    if (!UPLOAD_PARAMS.accepts(count))
         return page_error("[invalid parameters to operator upload]");
     const char* field_name = param_or(count, params, 0, "");
     const form_entry* field = form_find_first(field_name);
@@ -123,8 +125,8 @@ char* op_unlink(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name     handler     params  flags
-    {"upload",  op_upload,  0,      0},
+    // name     handler     params  flags       accepted
+    {"upload",  op_upload,  0,      0,          UPLOAD_PARAMS},
     {"unlink",  op_unlink,  1,      0},
 };
 // clang-format on

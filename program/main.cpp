@@ -1,58 +1,10 @@
-// Program entry: one run serves one request.
-#include <algorithm>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <strings.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include "cgi/form.h"
-#include "cgi/request.h"
-#include "core/log.h"
+// Program entry: one run serves one request. The command line is ignored: run by hand, the
+// program shows its banner, whatever its arguments.
 #include "ops/resource_log.h"
 #include "program/page.h"
 
-namespace {
-
-// A POST body is read when its content type is urlencoded or multipart (a prefix match either
-// way, so "multipart/form-data; boundary=..." and an empty type both select multipart).
-int read_body()
-{
-    const char* type = req.cgi.content_type;
-    if (strcasecmp(type, "application/x-www-form-urlencoded") == 0)
-        return read_post_body(false);
-    const char* multipart = "multipart/form-data";
-    size_t shorter = std::min(strlen(type), strlen(multipart));
-    if (strncasecmp(type, multipart, shorter) == 0)
-        return read_post_body(true);
-    return 0;
-}
-
-// A run that passes the CPU time the server allows it (Apache's RLimitCPU) is sent SIGXCPU;
-// it ends as other fatal conditions do: one error-log line and status 254, no page.
-void on_cpu_limit(int)
-{
-    log_line(LOG_ERROR, "CPU time limit exceeded");
-    _exit(254);
-}
-
-} // namespace
-
 int main()
 {
-    resource_log_start(); // first, so that its exit action runs last
-    signal(SIGXCPU, on_cpu_limit);
-    umask(002);
-    request_init();
-    read_query_string();
-    if (strcasecmp(req.cgi.request_method, "post") == 0 && read_body() != 0) {
-        form_free_all();
-        return 255;
-    }
-    render_page();
-    form_free_all();
-    fflush(stdout);
-    return 0;
+    resource_log_start(); // its line is written at exit, after everything else
+    return serve_request();
 }

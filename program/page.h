@@ -5,6 +5,11 @@
 // The banner shown when the program is run without a page.
 constexpr const char* TESSEL_BANNER = "tessel 1.0 (168mysql-omr2 build)";
 
+// Serves the request that the CGI environment and standard input describe, printing the
+// response on standard output; returns the exit status (255 for an undecodable request).
+// Fatal errors end the process from inside.
+int serve_request();
+
 // The page main: .profile, checks, registration, macros, the page, the response.
 void render_page();
 

@@ -90,12 +90,6 @@ DocumentRoot "$site"
     Options None
     Require all granted
 </Directory>
-# A site's private files: macro and table files ("_*"), .profile and other dot files, and
-# hit counters ("*.count") live beside the pages but are never served.
-<FilesMatch "^[_.]|\.count$">
-    Require all denied
-</FilesMatch>
-
 # The deployment of tessel: the program in cgi-bin, and every page handed to it.
 ScriptAlias /cgi-bin/ "$dir/cgi-bin/"
 <Directory "$dir/cgi-bin">
@@ -103,6 +97,15 @@ ScriptAlias /cgi-bin/ "$dir/cgi-bin/"
 </Directory>
 Action tessel-page /cgi-bin/tessel
 AddHandler tessel-page .html
+
+# A site's private files are never served: macro, configuration and table files (names
+# beginning with "_"), .profile, counters, .htaccess, and the program's own logs, cache and chat.
+<FilesMatch "^(_.*|\.profile|\.htaccess|.*\.count|error_log|access_log)$">
+    Require all denied
+</FilesMatch>
+<DirectoryMatch "^$dir/cgi-bin/(cache|chat)">
+    Require all denied
+</DirectoryMatch>
 CONF
 }
 

@@ -78,7 +78,25 @@ TEST(SortedMap, SetTakeKeepsThePointerAndCopiesAreIndependent)
     EXPECT_STREQ(m.get("k"), "v");
 }
 
-// Random insertions and removals against std::map with a fixed seed.
+TEST(SortedMap, AppendGrowsOneValue)
+{
+    sorted_map m;
+    m.append("x", nullptr); // an absent key gets the (empty) text
+    ASSERT_NE(m.get("x"), nullptr);
+    EXPECT_STREQ(m.get("x"), "");
+    std::string ref;
+    for (int i = 0; i < 5000; i++) {
+        m.append("x", i % 7 ? "ab" : nullptr);
+        ref += i % 7 ? "ab" : "";
+    }
+    EXPECT_EQ(m.get("x"), ref);
+    m.set("x", "12");
+    m.append("x", m.get("x")); // the value itself, which moves as it grows
+    m.append("x", m.get("x") + 1);
+    EXPECT_STREQ(m.get("x"), "1212212");
+}
+
+// Random insertions, appends and removals against std::map with a fixed seed.
 TEST(SortedMap, MatchesAReferenceMap)
 {
     std::mt19937 rng(12345);
@@ -88,9 +106,14 @@ TEST(SortedMap, MatchesAReferenceMap)
         std::string key(1 + rng() % 3, 'a');
         for (char& c : key)
             c = "abcAB"[rng() % 5];
-        if (rng() % 3 == 0) {
+        int op = rng() % 3;
+        if (op == 0) {
             m.set(key.c_str(), nullptr);
             ref.erase(key);
+        } else if (op == 1) {
+            std::string tail(rng() % 40, "xyz"[step % 3]);
+            m.append(key.c_str(), tail.c_str());
+            ref[key] += tail;
         } else {
             std::string value = std::to_string(step);
             m.set(key.c_str(), value.c_str());

@@ -108,6 +108,17 @@ TEST(File, ReadDropsCarriageReturnsAndComments)
     unlink(path.c_str());
 }
 
+TEST(File, CleanTextMapsKeptBytesToTheirOrigins)
+{
+    char text[] = "a\r\n# note\n\nbc\n";
+    size_t origins[sizeof text] = {};
+    file_clean_text(text, false, origins);
+    EXPECT_STREQ(text, "a\n\nbc\n");
+    const size_t want[] = {0, 2, 10, 11, 12, 13};
+    for (size_t i = 0; i < sizeof want / sizeof want[0]; i++)
+        EXPECT_EQ(origins[i], want[i]) << "byte " << i;
+}
+
 TEST(File, WriteTruncatesAndReportsErrors)
 {
     std::string path = temp_path("write.txt");

@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# tessel-render renders a page as the web server would run it: query, posted body, cookie,
+# document root and the header lines; the CGI program itself shows its banner whatever its
+# arguments.
+# Usage: render_test.sh TESSEL_RENDER TESSEL
+set -uo pipefail
+render=$(realpath "$1")
+program=$(realpath "$2")
+work=$(mktemp -d "${TMPDIR:-/tmp}/tessel-render.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+failed=0
+
+expect() { # what, want, got
+    if [[ "$2" == "$3" ]]; then
+        echo "ok: $1"
+    else
+        echo "FAIL: $1"
+        echo "  want: $(printf '%q' "$2")"
+        echo "  got:  $(printf '%q' "$3")"
+        failed=1
+    fi
+}
+
+mkdir -p "$work/site/shop" "$work/run"
+printf '@hi\nhi\n' >"$work/site/_macro.cfg"
+printf '^uri[];^form[a];^form[b];^cookie[c];^env[DOCUMENT_ROOT];^macro[hi]' >"$work/site/shop/p.html"
+printf '^header[X-Test;1]^optimize[no]body' >"$work/site/h.html"
+printf 'b=posted+value' >"$work/body"
+cd "$work/run"
+
+expect "query, cookie, docroot found by _macro.cfg" \
+    "/shop/p.html?a=1;1;;2;$work/site;hi" \
+    "$("$render" "$work/site/shop/p.html" --query 'a=1' --cookie 'c=2')"
+expect "posted body, another docroot" "/p.html;;posted value;;$work/site/shop;[undefined macro hi]" \
+    "$("$render" ../site/shop/p.html --post "$work/body" --docroot "$work/site/shop")"
+expect "headers" "$(printf 'X-Test: 1\nContent-type: text/html\nContent-length: 4\n\nbody')" \
+    "$("$render" "$work/site/h.html" --headers)"
+"$render" "$work/site/missing.html" 2>/dev/null
+expect "missing page: exit status" 2 "$?"
+out=$("$render" "$work/site/h.html" --docroot "$work/site/shop" 2>&1)
+expect "page outside the document root: exit status" 2 "$?"
+
+# The CGI program ignores its command line: Apache passes a query without "=" as arguments.
+out=$(env -i "$program" --headers --query a=1 "$work/site/h.html")
+expect "the program shows its banner: exit status" 253 "$?"
+grep -q 'tessel 1.0 (168mysql-omr2 build)' <<<"$out" && echo "ok: banner" || { echo "FAIL: banner"; failed=1; }
+exit $failed
