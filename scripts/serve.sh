@@ -37,20 +37,17 @@ trap 'exit 130' INT TERM
 if [[ -f scripts/mariadb.sh ]]; then
     db=$(sh scripts/mariadb.sh start "$work/mariadb" "$db_port")
 fi
-# The server's children run as www-data when started by root: if they cannot read the
-# checkout (a home folder, say), serve a copy, which then needs a restart to pick up edits.
-site=examples/site
-if [[ $(id -u) -eq 0 ]] && ! runuser -u www-data -- test -r "$site/index.html" 2>/dev/null; then
-    cp -R "$site" "$work/site"
-    chmod -R a+rX "$work/site"
-    site=$work/site
-    echo "note: www-data cannot read $root/$site; serving a copy (restart to see edits)"
-fi
+# The site is served from a copy that the server's user (www-data when started by root) may
+# write to: the guestbook, the gallery and the counters change as visitors use them, and the
+# checkout stays as it is. Edits to examples/site/ show after a restart.
+site=$work/site
+cp -R examples/site "$site"
+chmod -R a+rwX "$site"
 scripts/apache.sh start "$work/apache" "$site" "$build/tessel" "$port" >/dev/null
 # The program's working folder is the server's cgi-bin; its .profile passes the database on.
 if [[ -n $db ]]; then printf 'TESSEL_DB=%s\n' "$db" >"$work/apache/cgi-bin/.profile"; fi
 
-echo "serving $site on http://127.0.0.1:$port/"
+echo "serving a copy of examples/site on http://127.0.0.1:$port/"
 if [[ -n $db ]]; then echo "sample database: $db"; fi
 echo "program logs: $work/apache/cgi-bin/error_log, server logs: $work/apache/logs/"
 echo "press Ctrl-C to stop"
