@@ -19,7 +19,7 @@ check_contains() {
     fi
 }
 
-cp "$E2E_ROOT/examples/site/"{chat.html,chatlog.html,_macro.cfg} "$SITE/"
+cp "$E2E_ROOT/examples/site/"{chat.html,chatlog.html,_macro.cfg,_menu} "$SITE/"
 printf '[^level[none;^login[^form[nick];^form[password]]]]\n' >"$SITE/join.html"
 printf '[^level[none;^message[^form[text]]]]\n' >"$SITE/post.html"
 printf '[^login[]] ^userlist[]^menu[^item[nick];,]\n^chat[100]^menu[^item[nick]: ^item[text]\n]\n' \
@@ -110,7 +110,7 @@ check_contains "the example page shows it escaped too" \
 check_contains "the example page lists who is here" 'ann, boss (admin), carl'
 e2e_get /chat.html -c "$JARS/f" --data-urlencode 'nick=<b>'
 check_contains "the example page shows a refusal" \
-    "<p><b>[login: a nick holds only letters, digits, '_', '-' and '.']</b></p>"
+    "<p class=\"box warn\">[login: a nick holds only letters, digits, '_', '-' and '.']</p>"
 
 # The chat's files live in the program's folder, never below the document root.
 e2e_get /cgi-bin/chat/admin/password

@@ -28,7 +28,8 @@ check_contains_header() {
     fi
 }
 
-cp "$E2E_ROOT/examples/site/form.html" "$SITE/form.html"
+# A form page that echoes every kind of field (the example site had it once).
+cp "$(dirname "$0")/form_echo.html" "$SITE/form.html"
 cat >"$SITE/echo.html" <<'EOF'
 [^form[a]] [^combine[a]] [^form[t]] [^form[f]] [^form[after]] [^number[n]] [^env[REQUEST_METHOD]]
 EOF
