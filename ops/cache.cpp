@@ -75,8 +75,8 @@ char* op_cache(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name     handler    params  flags
-    {"cache",   op_cache,  0,      RAW_PARAMS},
+    // name     handler    params  flags        accepted
+    {"cache",   op_cache,  0,      RAW_PARAMS,  {1, 2}},
 };
 // clang-format on
 

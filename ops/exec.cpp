@@ -123,8 +123,8 @@ char* op_exec(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name    handler   params  flags
-    {"exec",   op_exec,  0,      0},
+    // name    handler   params  flags    accepted
+    {"exec",   op_exec,  0,      0,       {1, 3}},
 };
 // clang-format on
 

@@ -167,9 +167,11 @@ char* op_find(int count, char** params)
 }
 
 // index[directory;pattern]: the directory's visible names as the current table.
+constexpr param_range INDEX_PARAMS = {1, 2};
+
 char* op_index(int count, char** params)
 {
-    if (count >= 3)
+    if (!INDEX_PARAMS.accepts(count))
         return page_error("[index: too many params]");
     str_holder dir(resolve_path(params[0]));
     std::unique_ptr<compiled_regex> re;
@@ -187,13 +189,13 @@ char* op_index(int count, char** params)
 
 // clang-format off
 constexpr op_row rows[] = {
-    // name      handler            params  flags
-    {"name",     op_name,           0,      0},
+    // name      handler            params  flags        accepted
+    {"name",     op_name,           0,      0,           {1, 2}},
     {"-f",       op_file_readable,  1,      0},
-    {"stat",     op_stat,           0,      0},
-    {"find",     op_find,           0,      RAW_PARAMS},
-    {"include",  op_include,        0,      0},
-    {"index",    op_index,          0,      0},
+    {"stat",     op_stat,           0,      0,           {2, 5}},
+    {"find",     op_find,           0,      RAW_PARAMS,  {1, 0}},
+    {"include",  op_include,        0,      0,           {1, 2}},
+    {"index",    op_index,          0,      0,           INDEX_PARAMS},
 };
 // clang-format on
 
