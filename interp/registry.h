@@ -3,7 +3,6 @@
 #define TESSEL_INTERP_REGISTRY_H
 
 #include <cstddef>
-#include <source_location>
 #include <vector>
 
 // A handler reads (count, params) and returns a new heap string or null. The parameter slots
@@ -64,14 +63,14 @@ void registry_add(const char* name, operator_handler handler, int param_count, u
                   const char* source, param_range accepted = {});
 
 // Registers each row in order, noting the calling file (ops/<family>.cpp) as their source.
-// Nothing is copied or allocated: the entries point at the rows' names.
+// Nothing is copied or allocated: the entries point at the rows' names. __builtin_FILE in a
+// default argument names the caller's file, as std::source_location does, and clang 14 with
+// libstdc++ 12 has the one but not the other.
 template <size_t N>
-void register_rows(const op_row (&rows)[N],
-                   const std::source_location& where = std::source_location::current())
+void register_rows(const op_row (&rows)[N], const char* where = __builtin_FILE())
 {
     for (const op_row& row : rows)
-        registry_add(row.name, row.handler, row.param_count, row.flags, where.file_name(),
-                     row.accepted);
+        registry_add(row.name, row.handler, row.param_count, row.flags, where, row.accepted);
 }
 
 // Every registered entry, in the order of registration. Ownership: view.
