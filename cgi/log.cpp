@@ -23,6 +23,5 @@ void fatal_error(const char* format, ...)
             "<html><head><title>Error!</title></head><body bgcolor=white><h2>\n"
             "%s</h2></body></html>\n",
             message);
-    fflush(out);
-    exit(253);
+    fatal_exit(253);
 }
