@@ -1,9 +1,11 @@
 // Form input: decoding of the query string, urlencoded and multipart bodies, and the lookups.
 #include "cgi/form.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <strings.h>
 #include <vector>
 
 #include "cgi/charset.h"
@@ -285,6 +287,23 @@ int form_decode_multipart(const char* body, int len, const char* content_type)
         multipart_store_part(body, head, data, multipart_data_end(body, data, next));
         first = next;
     }
+    return 0;
+}
+
+int read_form_input()
+{
+    read_query_string();
+    if (strcasecmp(req.cgi.request_method, "post") != 0)
+        return 0;
+    // A body is read when its content type is urlencoded or multipart (a prefix match either
+    // way, so "multipart/form-data; boundary=..." and an empty type both select multipart).
+    const char* type = req.cgi.content_type;
+    if (strcasecmp(type, "application/x-www-form-urlencoded") == 0)
+        return read_post_body(false);
+    const char* multipart = "multipart/form-data";
+    size_t shorter = std::min(strlen(type), strlen(multipart));
+    if (strncasecmp(type, multipart, shorter) == 0)
+        return read_post_body(true);
     return 0;
 }
 

@@ -26,6 +26,11 @@ constexpr int FORM_NO_FIELD = 4;
 // Decodes QUERY_STRING into entries.
 void read_query_string();
 
+// Reads the form input of the request: the query string, then for a POST the body when its
+// content type selects one (read_post_body). 0 success, else read_post_body's code, on which
+// the request is refused.
+int read_form_input();
+
 // Reads CONTENT_LENGTH bytes of the input stream and decodes them as a multipart or an
 // urlencoded body; 0 success, 1 out of memory or undecodable, 2 short read or missing
 // boundary. A short read logs "cgiParsePostFormInput: cgiContentLength(N)!=read_size(M)".

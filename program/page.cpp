@@ -84,20 +84,6 @@ void compact_runs(char* text, bool html)
     *out = '\0';
 }
 
-// A POST body is read when its content type is urlencoded or multipart (a prefix match either
-// way, so "multipart/form-data; boundary=..." and an empty type both select multipart).
-int read_body()
-{
-    const char* type = req.cgi.content_type;
-    if (strcasecmp(type, "application/x-www-form-urlencoded") == 0)
-        return read_post_body(false);
-    const char* multipart = "multipart/form-data";
-    size_t shorter = std::min(strlen(type), strlen(multipart));
-    if (strncasecmp(type, multipart, shorter) == 0)
-        return read_post_body(true);
-    return 0;
-}
-
 // The largest block the allocator takes from its heap rather than from a mapping of its own.
 constexpr int HEAP_BLOCK_MAX = 32 << 20;
 
@@ -126,8 +112,7 @@ int serve_request()
     signal(SIGXCPU, on_cpu_limit);
     umask(002);
     request_init();
-    read_query_string();
-    if (strcasecmp(req.cgi.request_method, "post") == 0 && read_body() != 0) {
+    if (read_form_input() != 0) {
         form_free_all();
         return 255;
     }
