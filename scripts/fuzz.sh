@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# Runs the libFuzzer targets of tests/fuzz, each for a while, starting from its checked-in
+# seeds (tests/fuzz/corpus/NAME). New inputs go to DIR/fuzz/corpus/NAME, never into the seeds,
+# and a finding to DIR/fuzz/findings/; any finding fails the run. Every target prints how many
+# inputs it ran.
+#
+#   bash scripts/fuzz.sh [SECONDS [NAME...]]
+#       SECONDS per target (default 600); NAME: page, request, expr, table, ... (default all)
+#       SANITIZE_DIR: the sanitizer build (default build-sanitize), built first unless
+#       FUZZ_NO_BUILD=1.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+seconds=${1:-600}
+shift || true
+dir=${SANITIZE_DIR:-build-sanitize}
+[[ ${FUZZ_NO_BUILD:-} == 1 ]] || bash scripts/sanitize_build.sh "$dir"
+dir=$(cd "$dir" && pwd)
+
+names=("$@")
+if ((${#names[@]} == 0)); then
+    for source in tests/fuzz/*_fuzz.cpp; do
+        name=${source##*/}
+        names+=("${name%_fuzz.cpp}")
+    done
+fi
+
+# The page target's dictionary: every registered operator as "^name[", from the list of
+# names the registration test keeps.
+mkdir -p "$dir/fuzz/findings"
+{
+    printf '"^"\n"["\n"]"\n";"\n"`"\n"^^"\n"\\n@"\n'
+    grep -o '{"[^"]*", "[a-z_]*"}' tests/unit/register_all_test.cpp |
+        sed 's/{"\([^"]*\)".*/"^\1["/'
+} >"$dir/fuzz/page.dict"
+
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+status=0
+for name in "${names[@]}"; do
+    corpus=$dir/fuzz/corpus/$name
+    mkdir -p "$corpus"
+    options=(-max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 -max_len=4096
+        -print_final_stats=1 -artifact_prefix="$dir/fuzz/findings/$name-")
+    [[ $name != page ]] || options+=(-dict="$dir/fuzz/page.dict")
+    log=$dir/fuzz/$name.log
+    echo "fuzz: $name for ${seconds}s"
+    if "$dir/tests/fuzz/fuzz_$name" "${options[@]}" "$corpus" "$root/tests/fuzz/corpus/$name" \
+        >"$log" 2>&1; then
+        runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
+        rate=$(grep -o 'exec/s: [0-9]*' "$log" | tail -1)
+        echo "fuzz: $name ran $runs inputs without a finding ($rate)"
+    else
+        status=1
+        tail -60 "$log"
+        echo "fuzz: $name FOUND A FAULT (log $log, input in $dir/fuzz/findings/)"
+    fi
+done
+exit $status
