@@ -43,6 +43,17 @@ run_user() {
     fi
 }
 
+# A sanitizer build of the program reads its options from the environment, which a CGI
+# program gets only through PassEnv.
+sanitizer_options() {
+    local name passed=()
+    for name in ASAN_OPTIONS UBSAN_OPTIONS LSAN_OPTIONS; do
+        [[ -z ${!name:-} ]] || passed+=("$name")
+    done
+    ((${#passed[@]})) || return 0
+    printf 'LoadModule env_module %s/mod_env.so\nPassEnv %s\n' "$MODULES" "${passed[*]}"
+}
+
 write_config() {
     local dir=$1 site=$2 port=$3 user=$4 group
     group=$(id -gn "$user")
@@ -65,6 +76,7 @@ LoadModule alias_module $MODULES/mod_alias.so
 LoadModule actions_module $MODULES/mod_actions.so
 LoadModule cgid_module $MODULES/mod_cgid.so
 LoadModule dir_module $MODULES/mod_dir.so
+$(sanitizer_options)
 
 StartServers 1
 ServerLimit 4
