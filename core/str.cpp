@@ -182,7 +182,8 @@ char* str_splice(char* s, int pos, int count, const char* insert)
             memcpy(out, s, pos);
         if (add)
             memcpy(out + pos, insert, add);
-        memcpy(out + pos + add, s + pos + count, size - pos - count);
+        if (size > pos + count) // s may be null, and memcpy takes no null even for 0 bytes
+            memcpy(out + pos + add, s + pos + count, size - pos - count);
         out[total] = '\0';
     }
     str_free(s);
