@@ -67,12 +67,21 @@ char* sql_report_error(const char* what, const char* message = nullptr)
     return str_join("[sql ", what, " error: ", message, "]", nullptr);
 }
 
-// Opens the connection; null on success, else the error text. Ownership: new result.
+void sql_disconnect()
+{
+    if (connection)
+        client->close(connection);
+    connection = nullptr;
+}
+
+// Opens the connection; null on success, else the error text. A connection still open (a
+// `server` inside another's body) is closed first: there is one connection, and the outer
+// body's later queries find none. Ownership: new result.
 char* sql_connect(const sql_target& target)
 {
+    sql_disconnect();
     const char* load_error = nullptr;
     client = mysql_client_load(&load_error);
-    connection = nullptr;
     if (!client)
         return sql_report_error("connect", load_error);
     connection = client->init(nullptr);
@@ -81,13 +90,6 @@ char* sql_connect(const sql_target& target)
                              target.port ? target.port : DEFAULT_PORT, nullptr, 0))
         return nullptr;
     return sql_report_error("connect");
-}
-
-void sql_disconnect()
-{
-    if (connection)
-        client->close(connection);
-    connection = nullptr;
 }
 
 // Closes the connection when the `server` call is left, also by a lock violation out of the
