@@ -51,6 +51,10 @@ def build_env(sections, root, page):
         "REQUEST_URI": "/" + page,
         "PATH_TRANSLATED": os.path.join(root, page),
     }
+    # A sanitizer build reads its options (where reports go) from these.
+    for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"):
+        if name in os.environ:
+            env[name] = os.environ[name]
     for kind, _, text in sections:
         if kind != "env":
             continue
