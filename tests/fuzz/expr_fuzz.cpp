@@ -42,15 +42,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     std::string format = has_format ? input.substr(0, line) : "";
     std::string expression = has_format ? input.substr(line + 1) : input;
     fuzz_run([&] {
-        char* text = str_dup(expression.c_str());
-        expr_strip(text);
+        str_holder text(str_dup(expression.c_str()));
+        expr_strip(text.get());
         const char* rest = nullptr;
-        double value = expr_evaluate_text(text, rest);
+        double value = expr_evaluate_text(text.get(), rest);
         if (expr_status != EXPR_OK)
             str_free(expr_error_message("eval", rest));
         str_free(format_number(value, has_format ? format.c_str() : nullptr));
         expr_to_int(value);
-        str_free(text);
     });
     return 0;
 }

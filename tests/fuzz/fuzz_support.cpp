@@ -13,8 +13,11 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <sanitizer/allocator_interface.h>
+#include <sanitizer/lsan_interface.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -72,7 +75,46 @@ void remove_tree(const std::string& folder)
     closedir(dir);
 }
 
+// The blocks allocated during the current input and not yet freed, noted by the allocator's
+// hooks. The set's own allocations come back through the hooks and are skipped.
+std::unordered_set<const volatile void*>* live_blocks = nullptr;
+bool in_hook = false;
+
+void on_malloc(const volatile void* block, size_t)
+{
+    if (!fuzz_running || in_hook)
+        return;
+    in_hook = true;
+    live_blocks->insert(block);
+    in_hook = false;
+}
+
+void on_free(const volatile void* block)
+{
+    if (!fuzz_running || in_hook)
+        return;
+    in_hook = true;
+    live_blocks->erase(block);
+    in_hook = false;
+}
+
 } // namespace
+
+void fuzz_input_begin()
+{
+    if (!live_blocks) {
+        live_blocks = new std::unordered_set<const volatile void*>;
+        __sanitizer_install_malloc_and_free_hooks(on_malloc, on_free);
+    }
+    live_blocks->clear();
+}
+
+void fuzz_input_ended_fatally()
+{
+    for (const volatile void* block : *live_blocks)
+        __lsan_ignore_object(const_cast<const void*>(block));
+    live_blocks->clear();
+}
 
 const std::string& fuzz_scratch_init()
 {

@@ -34,8 +34,16 @@ template <typename F> int fuzz_run(F&& f);
 // True while fuzz_run is inside its function: fatal exits throw rather than end the process.
 extern bool fuzz_running;
 
+// Starts noting the blocks allocated while the input runs.
+void fuzz_input_begin();
+
+// After a fatal exit: the blocks the interrupted calls still hold are not lost memory (the
+// process would have ended there), so the leak checker is told to ignore them.
+void fuzz_input_ended_fatally();
+
 template <typename F> int fuzz_run(F&& f)
 {
+    fuzz_input_begin();
     fuzz_running = true;
     int status = 0;
     try {
@@ -44,6 +52,8 @@ template <typename F> int fuzz_run(F&& f)
         status = e.status;
     }
     fuzz_running = false;
+    if (status)
+        fuzz_input_ended_fatally();
     return status;
 }
 
