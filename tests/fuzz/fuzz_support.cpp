@@ -32,27 +32,40 @@ std::string scratch;
 std::vector<std::pair<std::string, std::string>> kept_environment;
 bool environment_kept = false;
 
-// True when path names a file directly inside the scratch folder or below it: its folder,
-// with every link and ".." resolved, is the scratch folder or lies under it.
-bool inside_scratch(const char* path)
+// True when path names a file directly inside folder or below it: the file's own folder, with
+// every link and ".." resolved, is folder or lies under it.
+bool inside(const std::string& folder, const char* path)
 {
-    if (!path || !*path || scratch.empty())
+    if (!path || !*path || folder.empty())
         return false;
-    std::string folder = path;
-    size_t slash = folder.rfind('/');
-    std::string base = slash == std::string::npos ? folder : folder.substr(slash + 1);
-    folder = slash == std::string::npos ? "." : slash == 0 ? "/" : folder.substr(0, slash);
+    std::string parent = path;
+    size_t slash = parent.rfind('/');
+    std::string base = slash == std::string::npos ? parent : parent.substr(slash + 1);
+    parent = slash == std::string::npos ? "." : slash == 0 ? "/" : parent.substr(0, slash);
     char real[PATH_MAX];
-    if (base == ".." || !realpath(folder.c_str(), real))
+    if (base == ".." || !realpath(parent.c_str(), real))
         return false;
     std::string resolved = real;
-    return resolved == scratch || resolved.compare(0, scratch.size() + 1, scratch + "/") == 0;
+    return resolved == folder || resolved.compare(0, folder.size() + 1, folder + "/") == 0;
 }
 
-// Outside an input (libFuzzer writing its corpus and findings) every path is allowed.
+bool inside_scratch(const char* path)
+{
+    return inside(scratch, path);
+}
+
+// Outside an input every path is allowed. During one, the scratch folder, /dev/null and the
+// folder named by TESSEL_FUZZ_WRITABLE, where libFuzzer writes what an input that crashed or
+// hung was (it writes while the input still counts as running).
 bool allowed(const char* path)
 {
-    return !fuzz_running || inside_scratch(path) || (path && strcmp(path, "/dev/null") == 0);
+    static const std::string writable = [] {
+        const char* folder = getenv("TESSEL_FUZZ_WRITABLE");
+        char real[PATH_MAX];
+        return folder && realpath(folder, real) ? std::string(real) : std::string();
+    }();
+    return !fuzz_running || inside_scratch(path) || inside(writable, path) ||
+           (path && strcmp(path, "/dev/null") == 0);
 }
 
 void remove_tree(const std::string& folder)
