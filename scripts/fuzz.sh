@@ -30,7 +30,7 @@ fi
 mkdir -p "$dir/fuzz/findings"
 {
     printf '"^"\n"["\n"]"\n";"\n"`"\n"^^"\n"\\n@"\n'
-    grep -o '{"[^"]*", "[a-z_]*"}' tests/unit/register_all_test.cpp |
+    grep -o '{"[^"]*", *"[a-z_]*"}' tests/unit/register_all_test.cpp |
         sed 's/{"\([^"]*\)".*/"^\1["/'
 } >"$dir/fuzz/page.dict"
 

@@ -21,7 +21,7 @@ char* op_disabled(int, char**)
     return nullptr;
 }
 
-constexpr const char* DISABLED[] = {"server", "sql", "exec", "mail", "sendmail"};
+constexpr const char* DISABLED[] = {"server", "sql", "sendmail", "exec"};
 
 std::string page_path;
 
