@@ -53,7 +53,7 @@ for name in "${names[@]}"; do
     echo "fuzz: $name for ${seconds}s"
     if "$dir/tests/fuzz/fuzz_$name" "${options[@]}" "$corpus" "$root/tests/fuzz/corpus/$name" \
         >"$log" 2>&1; then
-        runs=$(grep -o '^#[0-9]*' "$log" | tail -1 | tr -d '#')
+        runs=$(grep -o '^#[0-9]\+' "$log" | tail -1 | tr -d '#')
         rate=$(grep -o 'exec/s: [0-9]*' "$log" | tail -1)
         echo "fuzz: $name ran $runs inputs without a finding ($rate)"
     else
