@@ -29,7 +29,7 @@ fi
 # names the registration test keeps.
 mkdir -p "$dir/fuzz/findings"
 {
-    printf '"^"\n"["\n"]"\n";"\n"`"\n"^^"\n"\\n@"\n'
+    printf '"^"\n"["\n"]"\n";"\n"`"\n"^^"\n"\\x0a@"\n'
     grep -o '{"[^"]*", *"[a-z_]*"}' tests/unit/register_all_test.cpp |
         sed 's/{"\([^"]*\)".*/"^\1["/'
 } >"$dir/fuzz/page.dict"
@@ -53,8 +53,9 @@ for name in "${names[@]}"; do
     echo "fuzz: $name for ${seconds}s"
     if "$dir/tests/fuzz/fuzz_$name" "${options[@]}" "$corpus" "$root/tests/fuzz/corpus/$name" \
         >"$log" 2>&1; then
-        runs=$(grep -o '^#[0-9]\+' "$log" | tail -1 | tr -d '#')
-        rate=$(grep -o 'exec/s: [0-9]*' "$log" | tail -1)
+        # "#N ... exec/s: R" lines, or "#N: ... exec/s R" in the page target's fork mode.
+        runs=$(grep -o '^#[0-9]\+' "$log" | tail -1 | tr -d '#' || true)
+        rate=$(grep -o 'exec/s:\? [0-9]*' "$log" | tail -1 || true)
         echo "fuzz: $name ran $runs inputs without a finding ($rate)"
     else
         status=1
