@@ -23,5 +23,6 @@ void fatal_error(const char* format, ...)
             "<html><head><title>Error!</title></head><body bgcolor=white><h2>\n"
             "%s</h2></body></html>\n",
             message);
-    fatal_exit(253);
+    fflush(out);
+    exit(253);
 }

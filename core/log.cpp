@@ -62,11 +62,5 @@ void fatal_log(const char* format, ...)
     va_start(args, format);
     write_log_line(LOG_ERROR, format, args);
     va_end(args);
-    fatal_exit(254);
-}
-
-void fatal_exit(int status)
-{
-    fflush(nullptr);
-    _exit(status);
+    exit(254);
 }

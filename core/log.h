@@ -24,9 +24,4 @@ void log_line(int selector, const char* format, ...) __attribute__((format(print
 // memory and container misuse. It formats into a fixed buffer and never touches the heap.
 [[noreturn]] void fatal_log(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// Ends the process at once with status after flushing the output streams. Exit handlers and
-// static destructors do not run: they would work on the state that a fatal error interrupted,
-// and what the interrupted calls hold is not lost memory. The fatal paths end here.
-[[noreturn]] void fatal_exit(int status);
-
 #endif

@@ -32,12 +32,12 @@ ctest --test-dir "$build" -j2 --output-on-failure
 # a report changes the exit status) and is also written to a file in $reports, which catches
 # the runs under the private Apache as well (apache.sh passes the options on); any file there
 # fails this script. Leak checking reports memory that was lost, not what is still reachable
-# when the process exits: the request state lives until the exit by design, and a fatal exit
-# (253, 254) ends the process without a leak check. The deliberate SIGFPE of a zero divisor is
-# left to its default action (handle_sigfpe=0), and a failed allocation returns null to the
-# program's own out-of-memory path, as in the release build. The private Apache gets no memory
-# limit here, and e2e/limits, which tests the limits themselves, does not run: the sanitizers
-# reserve far more address space than any memory limit allows.
+# when the process exits: the request state lives until the exit by design. The deliberate
+# SIGFPE of a zero divisor is left to its default action (handle_sigfpe=0), and a failed
+# allocation returns null to the program's own out-of-memory path, as in the release build.
+# The private Apache gets no memory limit here, and e2e/limits, which tests the limits
+# themselves, does not run: the sanitizers reserve far more address space than any memory
+# limit allows.
 sanitize=$build-sanitize
 bash scripts/sanitize_build.sh "$sanitize"
 reports=$(mktemp -d)

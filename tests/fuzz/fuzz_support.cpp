@@ -193,6 +193,7 @@ void fuzz_quiet_output()
 
 extern "C" {
 [[noreturn]] void __real__exit(int status);
+[[noreturn]] void __real_exit(int status);
 int __real_open(const char* path, int flags, ...);
 FILE* __real_fopen(const char* path, const char* mode);
 int __real_unlink(const char* path);
@@ -208,6 +209,13 @@ int __real_utime(const char* path, const void* times);
     if (fuzz_running)
         throw fuzz_fatal_exit{status};
     __real__exit(status);
+}
+
+[[noreturn]] void __wrap_exit(int status)
+{
+    if (fuzz_running)
+        throw fuzz_fatal_exit{status};
+    __real_exit(status);
 }
 
 int __wrap_open(const char* path, int flags, ...)
