@@ -19,7 +19,7 @@ check_contains() {
     fi
 }
 
-cp "$E2E_ROOT/examples/site/"{chat.html,chatlog.html,_macro.cfg,_menu} "$SITE/"
+cp "$E2E_ROOT/examples/site/"{chat.html,chatlog.html,_macro.cfg,_menu,_header.html,_footer.html} "$SITE/"
 printf '[^level[none;^login[^form[nick];^form[password]]]]\n' >"$SITE/join.html"
 printf '[^level[none;^message[^form[text]]]]\n' >"$SITE/post.html"
 printf '[^login[]] ^userlist[]^menu[^item[nick];,]\n^chat[100]^menu[^item[nick]: ^item[text]\n]\n' \

@@ -7,9 +7,10 @@
 set -uo pipefail
 source "$(dirname "$0")/lib.sh" "$1"
 
-# A copy, so that the server's user can read it wherever the checkout lives.
+# A copy that the server's user can read wherever the checkout lives, and write: the start
+# page's hit counter lives beside it.
 cp -R "$E2E_ROOT/examples/site/." "$SITE/"
-chmod -R a+rX "$SITE"
+chmod -R a+rwX "$SITE"
 e2e_start
 
 db=""
@@ -26,7 +27,7 @@ check_renders() {
     check_equal "$1: status" 200 "$STATUS"
     check_equal "$1: content-type" text/html "$(header_value content-type)"
     if grep -q -e '<title>Error!</title>' -e '\[invalid operator' -e '\[undefined macro' \
-        -e '\[invalid parameters to operator' -e '\[sql ' "$BODY"; then
+        -e '\[invalid parameters to operator' -e '\[sql ' -e '\[counter: ' "$BODY"; then
         fail "$1: the page shows an error"
         grep -o -e '<h2>.*' -e '\[invalid [^]]*\]' -e '\[undefined macro[^]]*\]' "$BODY" | head -5
     fi
@@ -45,6 +46,36 @@ if [[ -n $db ]]; then
     if grep -q '<h2>2 people in Oslo</h2>' "$BODY"; then echo "ok: sql page filters"; else fail "sql page filters"; fi
 else
     echo "note: MariaDB is not installed, sql.html not checked"
+fi
+
+# Every page is framed by the shared header and footer files, which stay private; the start
+# page counts its visits and shows a fragment from the page cache, built once.
+check_contains() {
+    if grep -qF -- "$2" "$BODY"; then echo "ok: $1"; else fail "$1"; fi
+}
+e2e_get /download.html
+check_contains "the header names the page" "<title>Downloads - Tessel Tea House</title>"
+check_contains "the footer closes it" "Made with tessel"
+check_contains "the price list's size" "(112 bytes)"
+for private in _header.html _footer.html hits.count; do
+    e2e_get "/$private"
+    check_equal "/$private is refused" 403 "$STATUS"
+done
+shelf() { grep -o 'This list was built [^<]*' "$BODY"; }
+e2e_get /
+first=$(grep -o 'Visits to this page so far: [0-9]*' "$BODY")
+first_shelf=$(shelf)
+sleep 1
+e2e_get /
+check_equal "the counter counts each visit" "Visits to this page so far: $((${first##* } + 1))" \
+    "$(grep -o 'Visits to this page so far: [0-9]*' "$BODY")"
+check_equal "the shelf comes from the cache" "$first_shelf" "$(shelf)"
+check_contains "the shelf lists what is in stock" "Biscuits (40 boxes), Jam (21 boxes)"
+e2e_get "/?fresh=1"
+if [[ -n $first_shelf && $(shelf) != "$first_shelf" ]]; then
+    echo "ok: fresh=1 builds the shelf again"
+else
+    fail "fresh=1 builds the shelf again"
 fi
 
 # Form input arrives through the server's query string and comes out escaped.
