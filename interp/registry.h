@@ -27,13 +27,15 @@ struct param_range {
     constexpr bool accepts(int count) const { return count >= min && (max == 0 || count <= max); }
 };
 
+// Every member has an initialiser, so a static table of entries is constant-initialised: it
+// lies in zeroed memory that costs nothing until an entry is written.
 struct operator_entry {
-    operator_handler handler;
-    const char* name;
-    int param_count; // 0: any number
-    unsigned flags;
-    const char* source;   // the source file whose register_rows added it; null otherwise
-    param_range accepted; // with param_count 0: the counts the handler works with
+    operator_handler handler = nullptr;
+    const char* name = nullptr;
+    int param_count = 0; // 0: any number
+    unsigned flags = 0;
+    const char* source = nullptr; // the source file whose register_rows added it; null otherwise
+    param_range accepted;         // with param_count 0: the counts the handler works with
 };
 
 // One row of a family's registration table. When param_count is 0 the dispatcher passes
