@@ -1,20 +1,58 @@
 // Loads the MySQL client library with dlopen and looks up the calls of mysql_client once.
 //
-// When the client starts, it starts its TLS library, which reads the system's TLS configuration
-// and loads the library's message tables. No connection made here asks for TLS, so when that
-// library is OpenSSL it is started beforehand without either, and the client's own start-up
-// then finds it started.
+// The client tried first is the build's own module, the client from its static archive with
+// TLS left out: loading it maps one small file and the C library, where the system's shared
+// client also maps and relocates the TLS and crypto libraries, several times the work, for
+// connections that never ask for TLS.
+//
+// When the system's client starts, it starts its TLS library, which reads the system's TLS
+// configuration and loads the library's message tables. No connection made here asks for
+// TLS, so when that library is OpenSSL it is started beforehand without either, and the
+// client's own start-up then finds it started.
 #include "core/mysql_client.h"
 
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
 #include "core/shared_library.h"
+
+#ifndef TESSEL_MYSQL_MODULE_DIR
+#define TESSEL_MYSQL_MODULE_DIR ""
+#endif
 
 namespace {
 
 // OpenSSL start-up options: no configuration file, no message tables (crypto, then TLS).
 constexpr unsigned long long OPENSSL_NO_CONFIG_NO_STRINGS = 0x80 | 0x1 | 0x100000;
 
-shared_library library("client", "TESSEL_MYSQL_LIBRARY", MYSQL_CLIENT_LIBRARY);
+// The port registered for the service "mysql".
+constexpr unsigned MYSQL_SERVICE_PORT = 3306;
+
+char beside_program[PATH_MAX];
+char installed[PATH_MAX];
+const char* const client_files[] = {beside_program, installed, MYSQL_CLIENT_LIBRARY, nullptr};
+shared_library library("client", "TESSEL_MYSQL_LIBRARY", client_files);
 mysql_client client;
+
+// Fills in the module's paths: in the program's own folder (where the build and the test
+// servers keep it) and in the installed module folder.
+void find_module_files()
+{
+    // The program's own path, cut after its last "/", then the module's name, when it fits.
+    size_t room = sizeof beside_program - strlen(MYSQL_CLIENT_MODULE) - 1;
+    ssize_t length = readlink("/proc/self/exe", beside_program, room);
+    char* slash = length > 0 ? (char*)memrchr(beside_program, '/', length) : nullptr;
+    if (slash && length < (ssize_t)room)
+        strcpy(slash + 1, MYSQL_CLIENT_MODULE);
+    else
+        beside_program[0] = '\0';
+    if (*TESSEL_MYSQL_MODULE_DIR)
+        snprintf(installed, sizeof installed, "%s/%s", TESSEL_MYSQL_MODULE_DIR,
+                 MYSQL_CLIENT_MODULE);
+}
 
 // Starts OpenSSL lean where the client uses it (a client built with another TLS library keeps
 // its own start-up). Requires: the library is open.
@@ -23,6 +61,17 @@ void start_tls_lean(shared_library& lib)
     int (*start_tls)(unsigned long long options, const void* settings) = nullptr;
     if (lib.look_up(start_tls, "OPENSSL_init_ssl"))
         start_tls(OPENSSL_NO_CONFIG_NO_STRINGS, nullptr);
+}
+
+// A client that exports its default port and has none yet looks the service "mysql" up
+// through the name-service switch at start-up; giving it the registered port first saves
+// that. MYSQL_TCP_PORT in the environment is left for the client to read. Requires: the
+// library is open.
+void preset_default_port(shared_library& lib)
+{
+    unsigned* default_port = nullptr;
+    if (!getenv("MYSQL_TCP_PORT") && lib.look_up(default_port, "mysql_port") && !*default_port)
+        *default_port = MYSQL_SERVICE_PORT;
 }
 
 bool look_up_all(shared_library& lib)
@@ -39,8 +88,11 @@ bool look_up_all(shared_library& lib)
                  lib.look_up(client.fetch_field, "mysql_fetch_field") &&
                  lib.look_up(client.fetch_row, "mysql_fetch_row") &&
                  lib.look_up(client.free_result, "mysql_free_result");
-    if (found)
-        start_tls_lean(lib); // not a call the client must have: its absence is no failure
+    if (found) {
+        // Neither call is one the client must have: their absence is no failure.
+        start_tls_lean(lib);
+        preset_default_port(lib);
+    }
     return found;
 }
 
@@ -48,5 +100,7 @@ bool look_up_all(shared_library& lib)
 
 const mysql_client* mysql_client_load(const char** error)
 {
+    if (!*beside_program && !*installed)
+        find_module_files();
     return library.load(look_up_all, error) ? &client : nullptr;
 }

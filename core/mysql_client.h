@@ -7,8 +7,11 @@
 #ifndef TESSEL_CORE_MYSQL_CLIENT_H
 #define TESSEL_CORE_MYSQL_CLIENT_H
 
-// The shared library loaded unless the environment variable TESSEL_MYSQL_LIBRARY names
-// another file.
+// The client is the build's own module (tessel-mysql.so: the client without TLS, which no
+// connection string can ask for) beside the program or where it is installed, or, when
+// neither is there, the system's shared client. The environment variable TESSEL_MYSQL_LIBRARY
+// may name another file.
+constexpr const char* MYSQL_CLIENT_MODULE = "tessel-mysql.so";
 constexpr const char* MYSQL_CLIENT_LIBRARY = "libmariadb.so.3";
 
 struct mysql_conn;   // the client's connection object

@@ -7,13 +7,20 @@
 
 bool shared_library::open()
 {
-    const char* name = getenv(env_name_);
-    if (!name || !*name)
-        name = default_name_;
-    handle_ = dlopen(name, RTLD_NOW | RTLD_LOCAL);
-    if (!handle_) {
-        const char* why = dlerror();
-        snprintf(failure_, sizeof failure_, "cannot load %s library: %s", what_, why ? why : name);
+    // A file named by the environment is the only one tried.
+    const char* chosen = getenv(env_name_);
+    bool named = chosen && *chosen;
+    const char* const single[] = {named ? chosen : default_name_, nullptr};
+    const char* const* names = named || !default_names_ ? single : default_names_;
+    for (; *names && !handle_; names++) {
+        if (!**names)
+            continue;
+        handle_ = dlopen(*names, RTLD_NOW | RTLD_LOCAL);
+        if (!handle_) {
+            const char* why = dlerror();
+            snprintf(failure_, sizeof failure_, "cannot load %s library: %s", what_,
+                     why ? why : *names);
+        }
     }
     return handle_ != nullptr;
 }

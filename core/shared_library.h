@@ -17,6 +17,15 @@ public:
         : what_(what), env_name_(env_name), default_name_(default_name)
     {
     }
+    // As above, with files to try in order when the environment names none: the first that
+    // opens is the library, an empty name is skipped, a null ends the list, and a failure
+    // reports the last file tried. Ownership: borrows the list and its names for the life of
+    // the object; a name may be filled in before the first load.
+    constexpr shared_library(const char* what, const char* env_name,
+                             const char* const* default_names)
+        : what_(what), env_name_(env_name), default_names_(default_names)
+    {
+    }
     shared_library(const shared_library&) = delete;
     shared_library& operator=(const shared_library&) = delete;
 
@@ -48,7 +57,8 @@ private:
 
     const char* what_;
     const char* env_name_;
-    const char* default_name_;
+    const char* default_name_ = nullptr;
+    const char* const* default_names_ = nullptr;
     state state_ = state::not_tried;
     void* handle_ = nullptr; // stays open for the rest of the process, also after a failure
     char failure_[512] = {};

@@ -148,6 +148,12 @@ start() {
     mkdir -p "$dir/conf" "$dir/logs" "$dir/run" "$dir/cgi-bin"
     cp "$program" "$dir/cgi-bin/tessel"
     chmod 755 "$dir" "$dir/cgi-bin" "$dir/cgi-bin/tessel"
+    # The SQL client module the build keeps beside the program: the program looks for it in
+    # its own folder. It is no program, so the server is never to run it.
+    if [[ -f ${program%/*}/tessel-mysql.so ]]; then
+        cp "${program%/*}/tessel-mysql.so" "$dir/cgi-bin/"
+        chmod 644 "$dir/cgi-bin/tessel-mysql.so"
+    fi
     # The program's working directory is cgi-bin: it writes its logs there.
     if [[ $(id -u) -eq 0 ]]; then chown "$user" "$dir/cgi-bin"; fi
 

@@ -36,6 +36,16 @@ for path in /_macro.cfg /shop/_tessel.cfg /shop/_products /.profile /shop/hits.c
     e2e_get "$path"
     check_equal "$path is refused" 403 "$STATUS"
 done
+# The SQL client module beside the program, when the build made one, is neither run nor
+# handed out.
+if [[ -f $CGI_BIN/tessel-mysql.so ]]; then
+    e2e_get /cgi-bin/tessel-mysql.so
+    if [[ $STATUS != 200 ]] && ! grep -q 'mysql_init' "$BODY"; then
+        echo "ok: the client module is not served ($STATUS)"
+    else
+        fail "the client module is not served (status $STATUS)"
+    fi
+fi
 # The shipped configuration refuses the same names.
 check_equal "tessel.conf refuses the same names" "$(grep '<FilesMatch' "$SERVER/conf/httpd.conf")" \
     "$(grep '<FilesMatch' "$E2E_ROOT/deploy/tessel.conf.in")"

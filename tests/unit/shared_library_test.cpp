@@ -1,4 +1,5 @@
 // Libraries opened on first use: why a load failed, and that it is not tried again.
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -23,4 +24,29 @@ TEST(SharedLibrary, FailureSaysWhyAndSticks)
     EXPECT_FALSE(lacking.load(look_up, &error));
     EXPECT_STREQ(error, "c library lacks no_such");
     EXPECT_EQ(look_ups, 1);
+}
+
+TEST(SharedLibrary, FirstFileThatOpensWins)
+{
+    auto found = [](shared_library&) { return true; };
+    const char* error = nullptr;
+
+    // A missing file and an empty name are passed over; the C library opens.
+    const char* const usable[] = {"/nonexistent/liba.so", "", "libc.so.6", "/nonexistent/libz.so",
+                                  nullptr};
+    shared_library later("c", "TESSEL_TEST_UNSET_VARIABLE", usable);
+    EXPECT_TRUE(later.load(found, &error));
+
+    // When none opens, the failure names the last file tried.
+    const char* const none[] = {"/nonexistent/liba.so", "/nonexistent/libb.so", nullptr};
+    shared_library missing("x", "TESSEL_TEST_UNSET_VARIABLE", none);
+    EXPECT_FALSE(missing.load(found, &error));
+    EXPECT_NE(std::string(error).find("/nonexistent/libb.so"), std::string::npos) << error;
+
+    // A file named by the environment is the only one tried.
+    setenv("TESSEL_TEST_LIBRARY", "/nonexistent/libenv.so", 1);
+    shared_library chosen("c", "TESSEL_TEST_LIBRARY", usable);
+    EXPECT_FALSE(chosen.load(found, &error));
+    EXPECT_NE(std::string(error).find("/nonexistent/libenv.so"), std::string::npos) << error;
+    unsetenv("TESSEL_TEST_LIBRARY");
 }
