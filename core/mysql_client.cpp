@@ -12,12 +12,12 @@
 #include "core/mysql_client.h"
 
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 
 #include "core/shared_library.h"
+#include "core/str.h"
 
 #ifndef TESSEL_MYSQL_MODULE_DIR
 #define TESSEL_MYSQL_MODULE_DIR ""
@@ -31,9 +31,9 @@ constexpr unsigned long long OPENSSL_NO_CONFIG_NO_STRINGS = 0x80 | 0x1 | 0x10000
 // The port registered for the service "mysql".
 constexpr unsigned MYSQL_SERVICE_PORT = 3306;
 
-char beside_program[PATH_MAX];
-char installed[PATH_MAX];
-const char* const client_files[] = {beside_program, installed, MYSQL_CLIENT_LIBRARY, nullptr};
+// The module's two places are filled in by the first load (on the heap: most requests never
+// need them), then the system's client.
+const char* client_files[] = {"", "", MYSQL_CLIENT_LIBRARY, nullptr};
 shared_library library("client", "TESSEL_MYSQL_LIBRARY", client_files);
 mysql_client client;
 
@@ -41,17 +41,15 @@ mysql_client client;
 // servers keep it) and in the installed module folder.
 void find_module_files()
 {
-    // The program's own path, cut after its last "/", then the module's name, when it fits.
-    size_t room = sizeof beside_program - strlen(MYSQL_CLIENT_MODULE) - 1;
-    ssize_t length = readlink("/proc/self/exe", beside_program, room);
-    char* slash = length > 0 ? (char*)memrchr(beside_program, '/', length) : nullptr;
-    if (slash && length < (ssize_t)room)
-        strcpy(slash + 1, MYSQL_CLIENT_MODULE);
-    else
-        beside_program[0] = '\0';
+    char program[PATH_MAX];
+    ssize_t length = readlink("/proc/self/exe", program, sizeof program - 1);
+    char* slash = length > 0 ? (char*)memrchr(program, '/', length) : nullptr;
+    if (slash) {
+        slash[1] = '\0';
+        client_files[0] = str_join(program, MYSQL_CLIENT_MODULE, nullptr);
+    }
     if (*TESSEL_MYSQL_MODULE_DIR)
-        snprintf(installed, sizeof installed, "%s/%s", TESSEL_MYSQL_MODULE_DIR,
-                 MYSQL_CLIENT_MODULE);
+        client_files[1] = str_join(TESSEL_MYSQL_MODULE_DIR, "/", MYSQL_CLIENT_MODULE, nullptr);
 }
 
 // Starts OpenSSL lean where the client uses it (a client built with another TLS library keeps
@@ -100,7 +98,10 @@ bool look_up_all(shared_library& lib)
 
 const mysql_client* mysql_client_load(const char** error)
 {
-    if (!*beside_program && !*installed)
+    static bool found = false;
+    if (!found) {
         find_module_files();
+        found = true;
+    }
     return library.load(look_up_all, error) ? &client : nullptr;
 }

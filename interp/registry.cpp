@@ -21,7 +21,7 @@
 namespace {
 
 // Room for every operator; the index has twice as many slots, so probe runs stay short.
-constexpr int MAX_OPERATORS = 1024;
+constexpr int MAX_OPERATORS = 256;
 constexpr uint32_t INDEX_SLOTS = 2 * MAX_OPERATORS; // a power of two
 
 operator_entry entries[MAX_OPERATORS];

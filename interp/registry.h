@@ -52,7 +52,7 @@ struct op_row {
 
 // Adds an operator to the registry. Ignored for a null or empty name and for a
 // name that is registered already: the first registration wins. source names the file that
-// registers it (kept for tests and diagnostics); accepted is as in op_row. More than 1,024
+// registers it (kept for tests and diagnostics); accepted is as in op_row. More than 256
 // operators is fatal (exit 254). Ownership: borrows name, borrows source for the life of the
 // process.
 void register_operator(const char* name, operator_handler handler, int param_count, unsigned flags,

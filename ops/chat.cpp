@@ -2,7 +2,6 @@
 // under "chat/" in the program's working folder, each changed under an exclusive flock.
 #include <algorithm>
 #include <cerrno>
-#include <crypt.h>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -14,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "core/crypt_library.h"
 #include "core/log.h"
 #include "core/str.h"
 #include "core/table.h"
@@ -309,12 +309,19 @@ char* chat_check_nick(const char* op, userlist& users, const char* nick, const c
 
 // ---- the admin password -----------------------------------------------------------------
 
-// True when password hashes to the stored hash.
+// True when password hashes to the stored hash. Without the hashing library nothing matches,
+// and the log says why.
 bool chat_password_matches(const char* password, const char* stored)
 {
+    const char* why = nullptr;
+    const crypt_library* lib = crypt_library_load(&why);
+    if (!lib) {
+        log_line(LOG_ERROR, "chat: %s", why);
+        return false;
+    }
     struct crypt_data data;
     memset(&data, 0, sizeof data);
-    const char* hash = crypt_r(password, stored, &data);
+    const char* hash = lib->hash(password, stored, &data);
     return hash && hash[0] != '*' && strcmp(hash, stored) == 0;
 }
 
@@ -334,11 +341,15 @@ char* chat_stored_hash()
 // Stores a new salted hash of password; null on success. Ownership: new result.
 char* chat_set_password(const char* password)
 {
+    const char* why = nullptr;
+    const crypt_library* lib = crypt_library_load(&why);
+    if (!lib)
+        log_line(LOG_ERROR, "chat: %s", why);
     char setting[CRYPT_GENSALT_OUTPUT_SIZE];
     struct crypt_data data;
     memset(&data, 0, sizeof data);
-    const char* hash = crypt_gensalt_rn("$y$", 0, nullptr, 0, setting, sizeof setting)
-                           ? crypt_r(password, setting, &data)
+    const char* hash = lib && lib->new_setting("$y$", 0, nullptr, 0, setting, sizeof setting)
+                           ? lib->hash(password, setting, &data)
                            : nullptr;
     if (!hash || hash[0] == '*')
         return chat_file_error("startup", "crypt");
