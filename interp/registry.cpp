@@ -42,24 +42,23 @@ uint16_t& registry_slot(const char* name)
 {
     for (uint32_t i = registry_hash(name);; i++) {
         uint16_t& slot = index_slots[i & (INDEX_SLOTS - 1)];
-        if (slot == 0 || strcmp(entries[slot - 1].name, name) == 0)
+        if (slot == 0 || strcmp(entries[slot - 1].row->name, name) == 0)
             return slot;
     }
 }
 
 } // namespace
 
-void registry_add(const char* name, operator_handler handler, int param_count, unsigned flags,
-                  const char* source, param_range accepted)
+void registry_add(const op_row* row, const char* source)
 {
-    if (!str_nonempty(name))
+    if (!str_nonempty(row->name))
         return;
-    uint16_t& slot = registry_slot(name);
+    uint16_t& slot = registry_slot(row->name);
     if (slot != 0)
         return; // the first registration wins
     if (entry_count == MAX_OPERATORS)
         fatal_log("more than %d operators registered", MAX_OPERATORS);
-    entries[entry_count] = {handler, name, param_count, flags, source, accepted};
+    entries[entry_count] = {row, source};
     slot = (uint16_t)++entry_count;
 }
 
@@ -100,7 +99,7 @@ void register_operator(const char* name, operator_handler handler, int param_cou
                        const char* source, param_range accepted)
 {
     if (str_nonempty(name) && !find_operator(name))
-        registry_add(str_dup(name), handler, param_count, flags, source, accepted);
+        registry_add(new op_row{str_dup(name), handler, param_count, flags, accepted}, source);
 }
 
 const operator_entry* find_operator(const char* name)
@@ -128,12 +127,13 @@ char* call_operator(const char* name, int count, char** params)
     if (!entry)
         return str_join("[invalid operator ", name, "]", nullptr);
     depth_guard leave;
-    if (!(entry->flags & RAW_PARAMS))
+    const op_row& row = *entry->row;
+    if (!(row.flags & RAW_PARAMS))
         for (int i = 0; i < count; i++)
             expand_param(params, i);
-    if (entry->param_count != 0 && entry->param_count != count)
+    if (row.param_count != 0 && row.param_count != count)
         return str_join("[invalid parameters to operator ", name, "]", nullptr);
-    return entry->handler(count, params);
+    return row.handler(count, params);
 }
 
 char* expand_in_place(char* text)

@@ -27,17 +27,6 @@ struct param_range {
     constexpr bool accepts(int count) const { return count >= min && (max == 0 || count <= max); }
 };
 
-// Every member has an initialiser, so a static table of entries is constant-initialised: it
-// lies in zeroed memory that costs nothing until an entry is written.
-struct operator_entry {
-    operator_handler handler = nullptr;
-    const char* name = nullptr;
-    int param_count = 0; // 0: any number
-    unsigned flags = 0;
-    const char* source = nullptr; // the source file whose register_rows added it; null otherwise
-    param_range accepted;         // with param_count 0: the counts the handler works with
-};
-
 // One row of a family's registration table. When param_count is 0 the dispatcher passes
 // every count, and accepted declares the counts the handler works with: a handler that refuses
 // the others tests its range with accepts(), and the page checker reports calls outside it.
@@ -45,9 +34,18 @@ struct operator_entry {
 struct op_row {
     const char* name;
     operator_handler handler;
-    int param_count;
+    int param_count; // 0: any number
     unsigned flags;
     param_range accepted = {};
+};
+
+// A registered operator: its row, and the source file whose register_rows added it (null
+// otherwise). Both members have initialisers, so the static table of entries is
+// constant-initialised: zeroed memory that costs nothing until an entry is written, and a
+// start writes only the few pages that its entries fill.
+struct operator_entry {
+    const op_row* row = nullptr;
+    const char* source = nullptr;
 };
 
 // Adds an operator to the registry. Ignored for a null or empty name and for a
@@ -58,21 +56,19 @@ struct op_row {
 void register_operator(const char* name, operator_handler handler, int param_count, unsigned flags,
                        const char* source = nullptr, param_range accepted = {});
 
-// As register_operator, but keeps name itself: for names that live as long as the process,
-// such as the literals of a family's rows. Ownership: borrows name and source for the life of
-// the process.
-void registry_add(const char* name, operator_handler handler, int param_count, unsigned flags,
-                  const char* source, param_range accepted = {});
+// As register_operator, but keeps row itself: for rows that live as long as the process, such
+// as a family's table. Ownership: borrows row and source for the life of the process.
+void registry_add(const op_row* row, const char* source);
 
 // Registers each row in order, noting the calling file (ops/<family>.cpp) as their source.
-// Nothing is copied or allocated: the entries point at the rows' names. __builtin_FILE in a
+// Nothing is copied or allocated: the entries point at the rows. __builtin_FILE in a
 // default argument names the caller's file, as std::source_location does, and clang 14 with
 // libstdc++ 12 has the one but not the other.
 template <size_t N>
 void register_rows(const op_row (&rows)[N], const char* where = __builtin_FILE())
 {
     for (const op_row& row : rows)
-        registry_add(row.name, row.handler, row.param_count, row.flags, where, row.accepted);
+        registry_add(&row, where);
 }
 
 // Every registered entry, in the order of registration. Ownership: view.
@@ -86,7 +82,8 @@ const operator_entry* find_operator(const char* name);
 // when that is fixed, otherwise a count in its accepted range.
 inline bool operator_accepts(const operator_entry& entry, int count)
 {
-    return entry.param_count != 0 ? count == entry.param_count : entry.accepted.accepts(count);
+    const op_row& row = *entry.row;
+    return row.param_count != 0 ? count == row.param_count : row.accepted.accepts(count);
 }
 
 // Evaluates one call: depth check, lookup, parameter expansion (unless raw), count check,

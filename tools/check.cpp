@@ -207,13 +207,14 @@ private:
 
     static std::string count_message(const operator_entry& entry, int count)
     {
-        param_range range =
-            entry.param_count ? param_range{entry.param_count, entry.param_count} : entry.accepted;
+        param_range range = entry.row->param_count
+                                ? param_range{entry.row->param_count, entry.row->param_count}
+                                : entry.row->accepted;
         std::string takes = range.max == range.min ? std::to_string(range.min)
                             : range.max == 0
                                 ? "at least " + std::to_string(range.min)
                                 : std::to_string(range.min) + " to " + std::to_string(range.max);
-        return "\"" + std::string(entry.name) + "\" takes " + takes +
+        return "\"" + std::string(entry.row->name) + "\" takes " + takes +
                (range.max == 1 ? " parameter" : " parameters") + ", not " + std::to_string(count);
     }
 

@@ -58,7 +58,7 @@ const std::map<std::string, std::string>& registered_operators_by_family()
             std::string source = e->source ? e->source : "";
             size_t slash = source.find_last_of('/');
             std::string stem = source.substr(slash == std::string::npos ? 0 : slash + 1);
-            found[e->name] = stem.substr(0, stem.find('.'));
+            found[e->row->name] = stem.substr(0, stem.find('.'));
         }
         return found;
     }();

@@ -165,7 +165,7 @@ std::map<std::string, std::string> registered_families()
     std::map<std::string, std::string> families;
     for (const operator_entry* entry : registered_operators())
         if (entry->source)
-            families[entry->name] = family_of(entry);
+            families[entry->row->name] = family_of(entry);
     return families;
 }
 
