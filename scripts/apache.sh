@@ -148,8 +148,8 @@ start() {
     mkdir -p "$dir/conf" "$dir/logs" "$dir/run" "$dir/cgi-bin"
     cp "$program" "$dir/cgi-bin/tessel"
     chmod 755 "$dir" "$dir/cgi-bin" "$dir/cgi-bin/tessel"
-    # The SQL client module the build keeps beside the program: the program looks for it in
-    # its own folder. It is no program, so the server is never to run it.
+    # The SQL client module that the build keeps beside the program, where the program looks
+    # for it. Not executable, so the server cannot run it as a program either.
     if [[ -f ${program%/*}/tessel-mysql.so ]]; then
         cp "${program%/*}/tessel-mysql.so" "$dir/cgi-bin/"
         chmod 644 "$dir/cgi-bin/tessel-mysql.so"
