@@ -9,6 +9,7 @@
 #include "cgi/charset.h"
 #include "cgi/request.h"
 #include "core/str.h"
+#include "test_support.h"
 
 namespace {
 
@@ -29,13 +30,6 @@ const page_name ALL_PAGES[] = {
     {CHARSET_WIN, "CP1251"},       {CHARSET_KOI, "KOI8-R"},     {CHARSET_ALT, "CP866"},
     {CHARSET_MAC, "MAC-CYRILLIC"}, {CHARSET_ISO, "ISO-8859-5"},
 };
-
-std::string own(char* s)
-{
-    std::string out = s ? s : "(null)";
-    str_free(s);
-    return out;
-}
 
 // The text iconv makes of in, or an empty string when iconv cannot carry it across.
 std::string iconv_text(const char* from, const char* to, const std::string& in)

@@ -5,6 +5,7 @@
 #include "cgi/request.h"
 #include "core/str.h"
 #include "interp/escape.h"
+#include "test_support.h"
 
 namespace {
 
@@ -18,13 +19,6 @@ std::string escaped(int mode, const char* text, bool tab_fix = false)
     if (result != copy)
         str_free(result);
     str_free(copy);
-    return out;
-}
-
-std::string own(char* s)
-{
-    std::string out = s ? s : "(null)";
-    str_free(s);
     return out;
 }
 

@@ -10,6 +10,7 @@
 #include "core/table.h"
 #include "interp/escape.h"
 #include "interp/expr.h"
+#include "test_support.h"
 
 namespace {
 
@@ -36,13 +37,6 @@ double value_of(const char* text)
 int status_of(const char* text)
 {
     return eval(text).status;
-}
-
-std::string own(char* s)
-{
-    std::string out = s ? s : "(null)";
-    str_free(s);
-    return out;
 }
 
 sorted_map& variables()

@@ -8,15 +8,9 @@
 #include "core/str.h"
 #include "interp/macros.h"
 #include "ops/ops.h"
+#include "test_support.h"
 
 namespace {
-
-std::string own(char* s)
-{
-    std::string out = s ? s : "(null)";
-    str_free(s);
-    return out;
-}
 
 std::string body(const char* name)
 {

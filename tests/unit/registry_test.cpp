@@ -6,6 +6,7 @@
 #include "cgi/request.h"
 #include "core/str.h"
 #include "interp/registry.h"
+#include "test_support.h"
 
 namespace {
 
@@ -60,13 +61,7 @@ protected:
     }
     void SetUp() override { req.depth = 0; }
 
-    static std::string expand(const char* text)
-    {
-        char* out = expand_copy(text);
-        std::string s = out ? out : "(null)";
-        str_free(out);
-        return s;
-    }
+    static std::string expand(const char* text) { return own(expand_copy(text)); }
 };
 
 TEST_F(Expander, EscapesAreFinal)

@@ -6,15 +6,9 @@
 #include "cgi/request.h"
 #include "core/str.h"
 #include "program/page.h"
+#include "test_support.h"
 
 namespace {
-
-std::string own(char* s)
-{
-    std::string out = s ? s : "(null)";
-    str_free(s);
-    return out;
-}
 
 std::string compacted(const char* text, bool header_set)
 {

@@ -9,15 +9,9 @@
 #include <unistd.h>
 
 #include "core/str.h"
+#include "test_support.h"
 
 namespace {
-
-std::string own(char* s)
-{
-    std::string out = s ? s : "(null)";
-    str_free(s);
-    return out;
-}
 
 std::string temp_path(const char* name)
 {
