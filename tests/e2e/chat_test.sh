@@ -8,17 +8,6 @@
 set -uo pipefail
 source "$(dirname "$0")/lib.sh" "$1"
 
-# check_contains WHAT TEXT [FILE]: the body (or the file) holds the text.
-check_contains() {
-    if grep -qF -- "$2" "${3:-$BODY}"; then
-        echo "ok: $1"
-    else
-        fail "$1"
-        echo "  missing: $(printf '%q' "$2")"
-        echo "  in:      $(head -c 2000 "${3:-$BODY}")"
-    fi
-}
-
 cp "$E2E_ROOT/examples/site/"{chat.html,chatlog.html,_macro.cfg,_menu,_header.html,_footer.html} "$SITE/"
 printf '[^level[none;^login[^form[nick];^form[password]]]]\n' >"$SITE/join.html"
 printf '[^level[none;^message[^form[text]]]]\n' >"$SITE/post.html"

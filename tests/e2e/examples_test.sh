@@ -50,9 +50,6 @@ fi
 
 # Every page is framed by the shared header and footer files, which stay private; the start
 # page counts its visits and shows a fragment from the page cache, built once.
-check_contains() {
-    if grep -qF -- "$2" "$BODY"; then echo "ok: $1"; else fail "$1"; fi
-}
 e2e_get /download.html
 check_contains "the header names the page" "<title>Downloads - Tessel Tea House</title>"
 check_contains "the footer closes it" "Made with tessel"

@@ -5,6 +5,7 @@
 #   e2e_start [FOLDER]                      # serves $SITE (or FOLDER) on a free port: sets $BASE
 #   e2e_get /page.html                      # sets $STATUS, $HEADERS (file), $BODY (file)
 #   check_equal "what" "$want" "$got";  check_body "what" "$want";  check_header NAME VALUE
+#   check_contains "what" "$text" [FILE]
 #   e2e_finish                              # exit status: 0, or 1 when a check failed
 #
 # Exits 77 (ctest's "skipped") when apache2 or curl is not installed.
@@ -74,6 +75,18 @@ check_body() {
     else
         fail "$1 (body differs)"
         diff <(od -c "$want") <(od -c "$BODY") | head -20
+    fi
+}
+
+# check_contains WHAT TEXT [FILE]: the body (or the file, e.g. $HEADERS or a log) holds the text.
+check_contains() {
+    local file=${3:-$BODY}
+    if grep -qF -- "$2" "$file" 2>/dev/null; then
+        echo "ok: $1"
+    else
+        fail "$1"
+        echo "  missing: $(printf '%q' "$2")"
+        echo "  in $file: $(head -c 2000 "$file" 2>/dev/null | cat -v)"
     fi
 }
 

@@ -20,15 +20,7 @@ check_same_file() {
 }
 
 # The error log holds a line (after its time stamp and page path).
-check_logged() {
-    if grep -qF -- "$2" "$LOG" 2>/dev/null; then
-        echo "ok: $1"
-    else
-        fail "$1"
-        echo "  missing: $2"
-        cat "$LOG" 2>/dev/null
-    fi
-}
+check_logged() { check_contains "$1" "$2" "$LOG"; }
 
 # Pages. The server's children write into files/ (and into locked/, which they may not).
 mkdir -p "$SITE/files" "$SITE/locked"
