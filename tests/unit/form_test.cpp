@@ -1,9 +1,7 @@
 // Form input: urlencoded and multipart decoding, the short-body check and the lookups.
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -13,6 +11,7 @@
 #include "cgi/log.h"
 #include "cgi/request.h"
 #include "core/str.h"
+#include "test_support.h"
 
 namespace {
 
@@ -28,7 +27,7 @@ protected:
         req.cgi.content_type = "";
         req.content_length = 0;
         req.output_charset = req.source_charset = 0;
-        log_path_ = std::string(testing::TempDir()) + "/form_error_log_" + std::to_string(getpid());
+        log_path_ = temp_path("form_error_log");
         unlink(log_path_.c_str());
         req.log_names[LOG_ERROR] = log_path_.c_str();
     }
@@ -73,13 +72,7 @@ protected:
         return buffer.data();
     }
 
-    std::string error_log() const
-    {
-        std::ifstream in(log_path_);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
+    std::string error_log() const { return file_text(log_path_); }
 
     std::string body_;
     std::string log_path_;

@@ -6,13 +6,14 @@
 #include <unistd.h>
 
 #include "core/image_size.h"
+#include "test_support.h"
 
 namespace {
 
 // Writes bytes to a temp file with the given name and reads its size: "WxH", or "fail".
 std::string size_of(const char* name, const std::string& bytes)
 {
-    std::string path = testing::TempDir() + "/" + std::to_string(getpid()) + name;
+    std::string path = temp_path(name);
     FILE* f = fopen(path.c_str(), "wb");
     fwrite(bytes.data(), 1, bytes.size(), f);
     fclose(f);

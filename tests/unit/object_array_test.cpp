@@ -1,57 +1,12 @@
 // Tests of object_array: growth, shrinking, ownership and the fatal misuse messages.
 #include <gtest/gtest.h>
-#if defined(__SANITIZE_ADDRESS__) || defined(__has_feature)
-#include <sanitizer/lsan_interface.h>
-#endif
-
-#include <fstream>
-#include <functional>
-#include <sstream>
-#include <string>
-#include <unistd.h>
 
 #include "cgi/request.h"
 #include "core/object_array.h"
 #include "core/table.h"
+#include "test_support.h"
 
 namespace {
-
-// The child of a death test ends by a fatal exit in the middle of its action, which may drop
-// the only pointer to what it allocated: not lost memory, so a sanitizer build's leak check
-// ignores what the child allocates.
-void ignore_leaks_from_here()
-{
-#if defined(__SANITIZE_ADDRESS__)
-    __lsan_disable();
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-    __lsan_disable();
-#endif
-#endif
-}
-
-// Runs action in a child process and checks that it logs message and exits with 254.
-void expect_fatal(const std::function<void()>& action, const std::string& message)
-{
-    std::string log = testing::TempDir() + "object_array_error_log." + std::to_string(getpid());
-    unlink(log.c_str());
-    const char* saved = req.log_names[1];
-    req.log_names[1] = log.c_str();
-    EXPECT_EXIT(
-        {
-            ignore_leaks_from_here();
-            action();
-        },
-        testing::ExitedWithCode(254), "");
-    req.log_names[1] = saved;
-    std::stringstream text;
-    text << std::ifstream(log).rdbuf();
-    std::string line = text.str();
-    std::string tail = ": " + message + "\n";
-    EXPECT_TRUE(line.size() >= tail.size() &&
-                line.compare(line.size() - tail.size(), tail.size(), tail) == 0)
-        << "log line: " << line;
-}
 
 char* s(const char* text)
 {

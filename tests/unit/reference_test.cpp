@@ -1,7 +1,6 @@
 // The operator reference under docs/ names exactly the operators that the program registers.
 #include <algorithm>
 #include <dirent.h>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <regex>
@@ -13,18 +12,11 @@
 #include "interp/registry.h"
 #include "interp/request.h"
 #include "ops/ops.h"
+#include "test_support.h"
 
 namespace {
 
 const std::string DOCS = TESSEL_DOCS_DIR;
-
-std::string read_text(const std::string& path)
-{
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 // Every operator heading ("### `name`", alone on its line) of the docs/*.md files, with the
 // files that hold it. The index docs/README.md lists families and holds no headings.
@@ -38,7 +30,7 @@ std::map<std::string, std::set<std::string>> documented_operators()
         std::string file = entry->d_name;
         if (!file.ends_with(".md") || file == "README.md")
             continue;
-        std::istringstream in(read_text(DOCS + "/" + file));
+        std::istringstream in(file_text(DOCS + "/" + file));
         for (std::string line; std::getline(in, line);)
             if (line.size() > 6 && line.starts_with("### `") && line.ends_with("`"))
                 found[line.substr(5, line.size() - 6)].insert(file);
@@ -69,7 +61,7 @@ const std::map<std::string, std::string>& registered_operators_by_family()
 std::vector<std::string> index_links()
 {
     std::vector<std::string> links;
-    std::string index = read_text(DOCS + "/README.md");
+    std::string index = file_text(DOCS + "/README.md");
     std::regex link(R"(\]\(([a-z_]+\.md)\))");
     for (std::sregex_iterator m(index.begin(), index.end(), link), end; m != end; ++m)
         if (std::find(links.begin(), links.end(), (*m)[1]) == links.end())

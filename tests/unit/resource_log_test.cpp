@@ -1,13 +1,12 @@
 // The resource log: the line's format, the thresholds, the file name and one line per process.
 #include <cstdlib>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <unistd.h>
 
 #include "ops/resource_log.h"
+#include "test_support.h"
 
 namespace {
 
@@ -28,10 +27,7 @@ protected:
     std::string path_template() const { return dir_ + "/rusage.%s.log"; }
     std::string read(const std::string& server) const
     {
-        std::ifstream in(dir_ + "/rusage." + server + ".log");
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
+        return file_text(dir_ + "/rusage." + server + ".log");
     }
     std::string dir_;
 };

@@ -13,11 +13,6 @@
 
 namespace {
 
-std::string temp_path(const char* name)
-{
-    return std::string(testing::TempDir()) + "/" + std::to_string(getpid()) + name;
-}
-
 TEST(Str, CopiesAndSubstrings)
 {
     EXPECT_EQ(own(str_sub("abc", 1, 10)), "bc");
