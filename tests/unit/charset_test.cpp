@@ -136,12 +136,6 @@ TEST(CharsetTables, CyrillicLettersCrossBetweenAnyTwoPages)
     }
 }
 
-TEST(CharsetTables, CapitalAOfWindowsIsKoiByte225)
-{
-    EXPECT_EQ(convert_byte(192, CHARSET_WIN, CHARSET_KOI), 225);
-    EXPECT_EQ(convert_byte(225, CHARSET_KOI, CHARSET_WIN), 192);
-}
-
 TEST(CharsetConvert, LeavesTextAloneWithoutTwoDifferentPages)
 {
     const char* sample = "plain \xC0\xE1\xFF text";

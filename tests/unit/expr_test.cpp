@@ -145,18 +145,13 @@ TEST(Expr, FunctionWordsArePrefixes)
 
 TEST(Expr, ErrorsAndWhereTheyStop)
 {
-    outcome o = eval("(1+2");
-    EXPECT_EQ(o.status, EXPR_MISSING_PAREN);
-    EXPECT_EQ(o.value, 0);
-    o = eval("2(3)");
-    EXPECT_EQ(o.status, EXPR_SYNTAX_ERROR);
-    EXPECT_EQ(o.rest, "(3)");
-    o = eval("1+");
-    EXPECT_EQ(o.status, EXPR_SYNTAX_ERROR);
-    EXPECT_EQ(o.rest, "");
-    o = eval("(1+2))+2");
-    EXPECT_EQ(o.status, EXPR_SYNTAX_ERROR);
-    EXPECT_EQ(o.rest, ")+2");
+    EXPECT_EQ(eval("(1+2").status, EXPR_MISSING_PAREN);
+    EXPECT_EQ(eval("(1+2").value, 0);
+    // The text where evaluation stopped.
+    for (auto [text, rest] : {std::pair{"2(3)", "(3)"}, {"1+", ""}, {"(1+2))+2", ")+2"}}) {
+        EXPECT_EQ(eval(text).status, EXPR_SYNTAX_ERROR) << text;
+        EXPECT_EQ(eval(text).rest, rest) << text;
+    }
     EXPECT_EQ(status_of("1 + 2"), EXPR_SYNTAX_ERROR);
     EXPECT_EQ(status_of("1#2"), EXPR_SYNTAX_ERROR);
     EXPECT_EQ(status_of("*2"), EXPR_SYNTAX_ERROR);

@@ -281,19 +281,17 @@ TEST_F(Form, LengthsAndFileFields)
 TEST_F(Form, IntegersAndTheirCodes)
 {
     decode("a=+42x&b=%2B-3&c=x1&d=&e=%20%207");
-    int value = 0;
-    EXPECT_EQ(form_int("a", value, 9), FORM_OK);
-    EXPECT_EQ(value, 42);
-    EXPECT_EQ(form_int("b", value, 9), FORM_OK);
-    EXPECT_EQ(value, 0);
-    EXPECT_EQ(form_int("c", value, 9), FORM_NOT_A_NUMBER);
-    EXPECT_EQ(value, 9);
-    EXPECT_EQ(form_int("d", value, 8), FORM_EMPTY);
-    EXPECT_EQ(value, 8);
-    EXPECT_EQ(form_int("e", value, 9), FORM_OK);
-    EXPECT_EQ(value, 7);
-    EXPECT_EQ(form_int("z", value, 5), FORM_NO_FIELD);
-    EXPECT_EQ(value, 5);
+    struct row {
+        const char* name;
+        int fallback, code, value;
+    };
+    for (const row& r :
+         {row{"a", 9, FORM_OK, 42}, row{"b", 9, FORM_OK, 0}, row{"c", 9, FORM_NOT_A_NUMBER, 9},
+          row{"d", 8, FORM_EMPTY, 8}, row{"e", 9, FORM_OK, 7}, row{"z", 5, FORM_NO_FIELD, 5}}) {
+        int value = -1;
+        EXPECT_EQ(form_int(r.name, value, r.fallback), r.code) << r.name;
+        EXPECT_EQ(value, r.value) << r.name;
+    }
 }
 
 TEST_F(Form, AllValuesInArrivalOrder)
