@@ -194,13 +194,6 @@ TEST_F(Charset, CaseBitFollowsSourcePageOnEveryHighByte)
     EXPECT_EQ(charset_case(nullptr, true), nullptr);
 }
 
-TEST_F(Charset, UpperAndLowerApplyTheCaseRuleAfterTheLibrary)
-{
-    req.source_charset = CHARSET_WIN;
-    EXPECT_EQ(own(str_upper(str_dup("ab\xE0"))), "AB\xC0");
-    EXPECT_EQ(own(str_lower(str_dup("AB\xC0"))), "ab\xE0");
-}
-
 TEST(UrlEncode, KeepsOnlyAsciiLettersAndDigits)
 {
     EXPECT_EQ(own(url_encode("a b/c")), "a+b%2fc");

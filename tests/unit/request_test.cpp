@@ -31,17 +31,6 @@ TEST(Request, ResolvePathAgainstRootOrPageDirectory)
     req.page_path = nullptr;
 }
 
-TEST(Request, CompactionOfHtmlKeepsFirstBlankOfEachRun)
-{
-    EXPECT_EQ(compacted("  a \t\n b\n\n", false), " a b\n");
-    EXPECT_EQ(compacted("\r\nx", false), "\rx");
-}
-
-TEST(Request, CompactionOfOtherTypesSqueezesLineBreaksOnly)
-{
-    EXPECT_EQ(compacted("\n\n  a  \t\n\r\nb\n", true), "  a  \t\nb\n");
-}
-
 // The plain byte-by-byte rule, to check the word-at-a-time compaction against.
 std::string compact_reference(const std::string& text, bool html)
 {
