@@ -22,14 +22,11 @@ std::string escaped(int mode, const char* text, bool tab_fix = false)
     return out;
 }
 
+// Each mode's other characters show on the pages of tests/pages/escape; a carriage return
+// shows on none.
 TEST(Escape, ModesByNumber)
 {
-    EXPECT_EQ(escaped(ESCAPE_MODE_NONE, "a\t<\"'\n"), "a\t<\"'\n");
-    EXPECT_EQ(escaped(ESCAPE_MODE_CONFIG, "a\tb\nc<"), "a b c<");
-    EXPECT_EQ(escaped(ESCAPE_MODE_HTML, "a<b & c"), "a&lt;b & c");
-    EXPECT_EQ(escaped(ESCAPE_MODE_HTML, "\"x\">\ty\n"), "&quot;x&quot;&gt; y\n");
-    EXPECT_EQ(escaped(ESCAPE_MODE_SQL, "it's \"q\" a\\b\n\r"), "it\\'s \\\"q\\\" a\\\\b\\n\\r");
-    EXPECT_EQ(escaped(ESCAPE_MODE_JAVASCRIPT, "'\t\n\xd1\xff\xd0"), "\\'\t\\n\\\xd1\\\xff\xd0");
+    EXPECT_EQ(escaped(ESCAPE_MODE_SQL, "a\n\r"), "a\\n\\r");
 }
 
 TEST(Escape, SqlParksTabsUntilTheTabFix)

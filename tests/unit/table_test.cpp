@@ -151,18 +151,10 @@ TEST(Table, LocateLongestPrefix)
     EXPECT_FALSE(table().locate_prefix(0, "a"));
 }
 
+// The wrap both ways and the negative cursor show on page/tables/empty_locate_shift; an empty
+// table, where a wrap would divide by zero, shows here.
 TEST(Table, ShiftWrapsAround)
 {
-    table t(str_dup("a\nb\nc\n"));
-    t.set_current(2);
-    t.shift(1);
-    EXPECT_EQ(t.current(), 0);
-    t.shift(-1);
-    EXPECT_EQ(t.current(), 2);
-    t.set_current(0);
-    t.shift(-5); // a large negative step may leave a negative cursor, deliberately
-    EXPECT_EQ(t.current(), -2);
-    EXPECT_EQ(item(t, "0"), "<null>");
     table empty;
     empty.shift(3);
     EXPECT_EQ(empty.current(), 0);
