@@ -64,13 +64,6 @@ protected:
     static std::string expand(const char* text) { return own(expand_copy(text)); }
 };
 
-TEST_F(Expander, EscapesAreFinal)
-{
-    EXPECT_EQ(expand("a^^b a^;b abc^"), "a^b a;b abc");
-    EXPECT_EQ(expand("^^show[x]"), "^show[x]");
-    EXPECT_EQ(expand("^"), "");
-}
-
 TEST_F(Expander, ParametersSplitAtDepthOne)
 {
     EXPECT_EQ(expand("^show[a;b]"), "(a|b)");
@@ -83,12 +76,11 @@ TEST_F(Expander, ParametersSplitAtDepthOne)
     EXPECT_EQ(expand("^one[]"), "(-)");
 }
 
+// Escapes, the other malformed calls and the error texts show on the pages of
+// tests/pages/spine; an unclosed call around a whole one shows only here.
 TEST_F(Expander, MalformedCallsStayText)
 {
-    EXPECT_EQ(expand("^name no bracket"), "^name no bracket");
-    EXPECT_EQ(expand("^show[a;b"), "^show[a;b");
     EXPECT_EQ(expand("^show[a^show[x]"), "^show[a(x)");
-    EXPECT_EQ(expand("x^2 is [y]"), "x[invalid operator 2 is ]");
 }
 
 TEST_F(Expander, NineteenParametersAtMost)
@@ -108,8 +100,6 @@ TEST_F(Expander, NestedCallsRunFirstUnlessRaw)
 
 TEST_F(Expander, ErrorsAndEmptyResults)
 {
-    EXPECT_EQ(expand("^one[a;b]"), "[invalid parameters to operator one]");
-    EXPECT_EQ(expand("^nosuch[x]"), "[invalid operator nosuch]");
     EXPECT_EQ(expand("^nothing[]"), "(null)");
     EXPECT_EQ(expand("a^nothing[]"), "a");
     EXPECT_EQ(expand(""), "");
