@@ -2,8 +2,8 @@
 # Counters and the fragment cache under concurrent requests through private Apache servers:
 # many requests on one counter each get their own number and none is lost, two servers sharing
 # one site folder (two hosts on one disk) count into the same file, and many first fills of one
-# cache key never show or leave a partial fragment. Also: private files are not served, an
-# unwritable counter file gives its message, and an unreadable file reads as missing.
+# cache key never show or leave a partial fragment. Also: an unwritable counter file gives its
+# message, and an unreadable file reads as missing.
 # Usage: counter_cache_test.sh PROGRAM
 set -uo pipefail
 source "$(dirname "$0")/lib.sh" "$1"
@@ -67,15 +67,7 @@ check_equal "cache: every response holds the whole fragment" 200 "$whole"
 cmp -s "$CGI_BIN/cache/shared~fragment_" "$SITE/fragment.txt"
 check_equal "cache: the file holds the whole fragment ($want bytes)" 0 $?
 
-# ---- private files and bad input ---------------------------------------------------------
-printf 'x\n' >"$SITE/_table"
-printf 'X=1\n' >"$SITE/.profile"
-for private in /hits.count /_table /.profile; do
-    e2e_get "$private"
-    check_equal "private file $private is not served" 403 "$STATUS"
-done
-e2e_get /cgi-bin/cache/shared~fragment_
-check_equal "a cache file is not served" no "$(grep -q 'of the fragment' "$BODY" && echo yes || echo no)"
+# ---- bad input (private files: private_files_test.sh) -------------------------------------
 # The server's children never run as root, so a read-only count file is not writable for them.
 e2e_get /locked.html
 check_body "an unwritable count file" \
