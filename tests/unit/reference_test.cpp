@@ -39,24 +39,6 @@ std::map<std::string, std::set<std::string>> documented_operators()
     return found;
 }
 
-// Every registered name with the stem of the ops/ file that registers it ("tables" for
-// ops/tables.cpp), whose reference is docs/<stem>.md.
-const std::map<std::string, std::string>& registered_operators_by_family()
-{
-    static const std::map<std::string, std::string> names = [] {
-        register_all_operators();
-        std::map<std::string, std::string> found;
-        for (const operator_entry* e : registered_operators()) {
-            std::string source = e->source ? e->source : "";
-            size_t slash = source.find_last_of('/');
-            std::string stem = source.substr(slash == std::string::npos ? 0 : slash + 1);
-            found[e->row->name] = stem.substr(0, stem.find('.'));
-        }
-        return found;
-    }();
-    return names;
-}
-
 // The docs/*.md files that the index links, in the order of their first link.
 std::vector<std::string> index_links()
 {
@@ -75,7 +57,7 @@ TEST(Reference, EveryRegisteredOperatorIsDocumentedOnceInItsFamily)
 {
     auto documented = documented_operators();
     ASSERT_FALSE(documented.empty()) << "no operator headings under " << DOCS;
-    for (const auto& [name, family] : registered_operators_by_family()) {
+    for (const auto& [name, family] : registered_families()) {
         std::set<std::string> want = {family + ".md"};
         EXPECT_EQ(documented[name], want)
             << "operator " << name << " of ops/" << family << ".cpp needs one heading \"### `"
@@ -85,7 +67,7 @@ TEST(Reference, EveryRegisteredOperatorIsDocumentedOnceInItsFamily)
 
 TEST(Reference, EveryDocumentedOperatorIsRegistered)
 {
-    registered_operators_by_family();
+    register_all_operators();
     for (const auto& [name, files] : documented_operators())
         EXPECT_NE(find_operator(name.c_str()), nullptr)
             << "docs/" << *files.begin() << " documents " << name << ", which is not registered";
@@ -95,7 +77,7 @@ TEST(Reference, EveryDocumentedOperatorIsRegistered)
 TEST(Reference, IndexLinksEveryFamily)
 {
     std::vector<std::string> links = index_links();
-    for (const auto& [name, family] : registered_operators_by_family())
+    for (const auto& [name, family] : registered_families())
         EXPECT_NE(std::find(links.begin(), links.end(), family + ".md"), links.end())
             << "docs/README.md does not link " << family << ".md";
 }

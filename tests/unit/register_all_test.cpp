@@ -8,6 +8,7 @@
 
 #include "interp/registry.h"
 #include "ops/ops.h"
+#include "test_support.h"
 
 namespace {
 
@@ -49,26 +50,6 @@ constexpr family_names REGISTERED[] = {
     {"chat", "chat log login message startup userlist validate"},
     {"strings", "ascii char findstr left length mid right"},
 };
-
-// The family of an entry: the file name of its source without folder and extension.
-std::string family_of(const operator_entry* entry)
-{
-    std::string path = entry->source;
-    path = path.substr(path.find_last_of('/') + 1);
-    return path.substr(0, path.find('.'));
-}
-
-// name -> family of every operator a family registered (operators registered by tests have no
-// source and are left out).
-std::map<std::string, std::string> registered_families()
-{
-    register_all_operators();
-    std::map<std::string, std::string> families;
-    for (const operator_entry* entry : registered_operators())
-        if (entry->source)
-            families[entry->row->name] = family_of(entry);
-    return families;
-}
 
 TEST(RegisterAll, EveryNameBelongsToItsFamily)
 {

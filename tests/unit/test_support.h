@@ -1,4 +1,4 @@
-// Helpers the unit tests share: heap strings, temp files, fatal exits.
+// Helpers the unit tests share: heap strings, temp files, fatal exits, registered operators.
 #ifndef TESSEL_TESTS_UNIT_TEST_SUPPORT_H
 #define TESSEL_TESTS_UNIT_TEST_SUPPORT_H
 
@@ -12,8 +12,12 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
+#include <map>
+
 #include "cgi/request.h"
 #include "core/str.h"
+#include "interp/registry.h"
+#include "ops/ops.h"
 
 // The text of a heap string, "(null)" for null. Ownership: takes s.
 inline std::string own(char* s)
@@ -73,6 +77,23 @@ inline void expect_fatal(const std::function<void()>& action, const std::string&
     EXPECT_TRUE(line.size() >= tail.size() &&
                 line.compare(line.size() - tail.size(), tail.size(), tail) == 0)
         << "log line: " << line;
+}
+
+// name -> family of every operator the families register, the family being the stem of the
+// ops/<family>.cpp file whose registration holds the name. Operators that tests register have
+// no source and are left out.
+inline std::map<std::string, std::string> registered_families()
+{
+    register_all_operators();
+    std::map<std::string, std::string> families;
+    for (const operator_entry* entry : registered_operators()) {
+        if (!entry->source)
+            continue;
+        std::string path = entry->source;
+        path = path.substr(path.find_last_of('/') + 1);
+        families[entry->row->name] = path.substr(0, path.find('.'));
+    }
+    return families;
 }
 
 #endif
