@@ -1,5 +1,6 @@
 // Tests of object_array: growth, shrinking, ownership and the fatal misuse messages.
 #include <gtest/gtest.h>
+#include <memory>
 
 #include "cgi/request.h"
 #include "core/object_array.h"
@@ -11,6 +12,15 @@ namespace {
 char* s(const char* text)
 {
     return str_dup(text);
+}
+
+// An array of the given limit and delta holding count items.
+std::unique_ptr<object_array<char>> holding(int limit, int delta, int count)
+{
+    auto a = std::make_unique<object_array<char>>(limit, delta);
+    for (int i = 0; i < count; i++)
+        a->append(s("x"));
+    return a;
 }
 
 // A table that counts its destructions, to see how the array releases its items.
@@ -109,42 +119,10 @@ TEST(ObjectArrayDeathTest, MisuseIsFatalWithItsMessage)
 {
     expect_fatal([] { object_array<char> a(1, -1); }, "array negative delta");
     expect_fatal([] { object_array<char>(0, 0).at(-1); }, "array index -1 out of range [0..-1]");
-    expect_fatal(
-        [] {
-            object_array<char> a(4, 4);
-            a.append(s("x"));
-            a.at(1);
-        },
-        "array index 1 out of range [0..0]");
-    expect_fatal(
-        [] {
-            object_array<char> a(1, 0);
-            a.append(s("x"));
-            a.append(s("y"));
-        },
-        "array increase error");
-    expect_fatal(
-        [] {
-            object_array<char> a(4, 4);
-            a.append(s("x"));
-            a.put(0, s("y"));
-        },
-        "array item 0 put error");
-    expect_fatal(
-        [] {
-            object_array<char> a(4, 4);
-            a.append(s("x"));
-            a.put(-1, s("y"));
-        },
-        "array item -1 put error");
-    expect_fatal([] { object_array<char>(4, 4).insert(-1, s("y")); },
-                 "array negative insert index");
-    expect_fatal(
-        [] {
-            object_array<char> a(4, 4);
-            a.append(s("x"));
-            a.append(s("y"));
-            a.set_limit(1);
-        },
-        "array set_limit error");
+    expect_fatal([] { holding(4, 4, 1)->at(1); }, "array index 1 out of range [0..0]");
+    expect_fatal([] { holding(1, 0, 2); }, "array increase error");
+    expect_fatal([] { holding(4, 4, 1)->put(0, s("y")); }, "array item 0 put error");
+    expect_fatal([] { holding(4, 4, 1)->put(-1, s("y")); }, "array item -1 put error");
+    expect_fatal([] { holding(4, 4, 0)->insert(-1, s("y")); }, "array negative insert index");
+    expect_fatal([] { holding(4, 4, 2)->set_limit(1); }, "array set_limit error");
 }
