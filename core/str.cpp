@@ -578,13 +578,20 @@ static void close_fd(int fd)
 bool spawn_with_pipes(const char* program, const char* argument, bool want_in, bool want_out,
                       bool want_err, child_process& child)
 {
-    int in[2], out[2], err[2];
-    if (!open_pipe(want_in, in) || !open_pipe(want_out, out) || !open_pipe(want_err, err))
+    int in[2] = {-1, -1}, out[2] = {-1, -1}, err[2] = {-1, -1};
+    // On failure every pipe made so far is closed again: a page may try many times, and each
+    // lost descriptor would stay open for the rest of the request.
+    auto close_all = [&] {
+        for (int fd : {in[0], in[1], out[0], out[1], err[0], err[1]})
+            close_fd(fd);
         return false;
+    };
+    if (!open_pipe(want_in, in) || !open_pipe(want_out, out) || !open_pipe(want_err, err))
+        return close_all();
     fflush(nullptr);
     pid_t pid = fork();
     if (pid < 0)
-        return false;
+        return close_all();
     if (pid == 0) {
         if (want_in)
             dup2(in[0], 0);
