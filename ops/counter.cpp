@@ -34,8 +34,11 @@ int counter_bump(FILE* file)
 char* op_counter(int, char** params)
 {
     str_holder path(str_join(str_holder(resolve_path(params[0])).get(), ".count", nullptr));
+    // A missing file is created empty. Opened to append, never to truncate: another request
+    // may create it and count into it between the test and the open, and truncating would
+    // throw its count away.
     if (access(path.get(), F_OK) != 0) {
-        if (FILE* created = fopen(path.get(), "w"))
+        if (FILE* created = fopen(path.get(), "a"))
             fclose(created);
     }
     if (access(path.get(), R_OK | W_OK) != 0)
