@@ -309,16 +309,22 @@ char* chat_check_nick(const char* op, userlist& users, const char* nick, const c
 
 // ---- the admin password -----------------------------------------------------------------
 
-// True when password hashes to the stored hash. Without the hashing library nothing matches,
-// and the log says why.
-bool chat_password_matches(const char* password, const char* stored)
+// The hashing library; null, and the log says why, when it cannot be loaded.
+const crypt_library* chat_crypt()
 {
     const char* why = nullptr;
     const crypt_library* lib = crypt_library_load(&why);
-    if (!lib) {
+    if (!lib)
         log_line(LOG_ERROR, "chat: %s", why);
+    return lib;
+}
+
+// True when password hashes to the stored hash. Without the hashing library nothing matches.
+bool chat_password_matches(const char* password, const char* stored)
+{
+    const crypt_library* lib = chat_crypt();
+    if (!lib)
         return false;
-    }
     struct crypt_data data;
     memset(&data, 0, sizeof data);
     const char* hash = lib->hash(password, stored, &data);
@@ -341,10 +347,7 @@ char* chat_stored_hash()
 // Stores a new salted hash of password; null on success. Ownership: new result.
 char* chat_set_password(const char* password)
 {
-    const char* why = nullptr;
-    const crypt_library* lib = crypt_library_load(&why);
-    if (!lib)
-        log_line(LOG_ERROR, "chat: %s", why);
+    const crypt_library* lib = chat_crypt();
     char setting[CRYPT_GENSALT_OUTPUT_SIZE];
     struct crypt_data data;
     memset(&data, 0, sizeof data);
