@@ -1,8 +1,9 @@
 // The operator registry and the expander.
 //
 // The registry is a fixed table of entries with an open-addressing hash index over their names,
-// both static storage: registering a family's rows copies no name and allocates nothing, and
-// the process ends without tearing anything down. The first registration of a name wins, and a
+// both static storage (interp/registry_storage.h; the shipped program's comes filled at build
+// time): registering a family's rows copies no name and allocates nothing, and the process
+// ends without tearing anything down. The first registration of a name wins, and a
 // lookup costs the same whatever the number of operators. The expander reads its input once,
 // left to right, and writes into a separate output buffer: a result is appended and never
 // rescanned, which is exactly what splicing it into the text and scanning on after it would do,
@@ -15,18 +16,16 @@
 
 #include "core/log.h"
 #include "core/str.h"
+#include "interp/registry_storage.h"
 #include "interp/request.h"
 #include "interp/scanner.h"
 
 namespace {
 
-// Room for every operator; the index has twice as many slots, so probe runs stay short.
-constexpr int MAX_OPERATORS = 256;
-constexpr uint32_t INDEX_SLOTS = 2 * MAX_OPERATORS; // a power of two
-
-operator_entry entries[MAX_OPERATORS];
-int entry_count = 0;
-uint16_t index_slots[INDEX_SLOTS]; // entry number + 1; 0 for a free slot
+// The tables that register_rows handed over, for registry_families.
+constexpr int MAX_FAMILIES = 64;
+operator_family families[MAX_FAMILIES];
+int family_count = 0;
 
 // FNV-1a over the bytes of name.
 uint32_t registry_hash(const char* name)
@@ -41,8 +40,8 @@ uint32_t registry_hash(const char* name)
 uint16_t& registry_slot(const char* name)
 {
     for (uint32_t i = registry_hash(name);; i++) {
-        uint16_t& slot = index_slots[i & (INDEX_SLOTS - 1)];
-        if (slot == 0 || strcmp(entries[slot - 1].row->name, name) == 0)
+        uint16_t& slot = registry_index[i & (INDEX_SLOTS - 1)];
+        if (slot == 0 || strcmp(registry_entries[slot - 1].row->name, name) == 0)
             return slot;
     }
 }
@@ -56,10 +55,29 @@ void registry_add(const op_row* row, const char* source)
     uint16_t& slot = registry_slot(row->name);
     if (slot != 0)
         return; // the first registration wins
-    if (entry_count == MAX_OPERATORS)
+    if (registry_entry_count == MAX_OPERATORS)
         fatal_log("more than %d operators registered", MAX_OPERATORS);
-    entries[entry_count] = {row, source};
-    slot = (uint16_t)++entry_count;
+    registry_entries[registry_entry_count] = {row, source};
+    slot = (uint16_t)++registry_entry_count;
+}
+
+void registry_add_family(const op_row* rows, size_t count, const char* source)
+{
+    if (family_count == MAX_FAMILIES)
+        fatal_log("more than %d operator families registered", MAX_FAMILIES);
+    families[family_count++] = {rows, count, source};
+    for (size_t i = 0; i < count; i++)
+        registry_add(&rows[i], source);
+}
+
+std::vector<operator_family> registry_families()
+{
+    return {families, families + family_count};
+}
+
+bool registry_prefilled()
+{
+    return registry_storage_prefilled;
 }
 
 namespace {
@@ -107,14 +125,14 @@ const operator_entry* find_operator(const char* name)
     if (!name)
         return nullptr;
     uint16_t slot = registry_slot(name);
-    return slot == 0 ? nullptr : &entries[slot - 1];
+    return slot == 0 ? nullptr : &registry_entries[slot - 1];
 }
 
 std::vector<const operator_entry*> registered_operators()
 {
     std::vector<const operator_entry*> list;
-    for (int i = 0; i < entry_count; i++)
-        list.push_back(&entries[i]);
+    for (int i = 0; i < registry_entry_count; i++)
+        list.push_back(&registry_entries[i]);
     return list;
 }
 

@@ -60,6 +60,17 @@ void register_operator(const char* name, operator_handler handler, int param_cou
 // as a family's table. Ownership: borrows row and source for the life of the process.
 void registry_add(const op_row* row, const char* source);
 
+// A family's table of rows, as register_rows handed it over, and the file that registered it.
+struct operator_family {
+    const op_row* rows;
+    size_t count;
+    const char* source;
+};
+
+// Registers each of count rows in order with source as their source, and notes the table
+// among the families. Ownership: borrows rows and source for the life of the process.
+void registry_add_family(const op_row* rows, size_t count, const char* source);
+
 // Registers each row in order, noting the calling file (ops/<family>.cpp) as their source.
 // Nothing is copied or allocated: the entries point at the rows. __builtin_FILE in a
 // default argument names the caller's file, as std::source_location does, and clang 14 with
@@ -67,9 +78,16 @@ void registry_add(const op_row* row, const char* source);
 template <size_t N>
 void register_rows(const op_row (&rows)[N], const char* where = __builtin_FILE())
 {
-    for (const op_row& row : rows)
-        registry_add(&row, where);
+    registry_add_family(rows, N, where);
 }
+
+// The tables registered through register_rows in this process, in order: what the build
+// reads to write the program's pre-filled registry. Ownership: view.
+std::vector<operator_family> registry_families();
+
+// True when the registry came filled at build time with every family, in the order that
+// register_all_operators registers them: the shipped program's registry costs no work at start.
+bool registry_prefilled();
 
 // Every registered entry, in the order of registration. Ownership: view.
 std::vector<const operator_entry*> registered_operators();

@@ -68,17 +68,17 @@ char* op_user(int, char**)
     return str_dup(getenv("REMOTE_USER"));
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row access_rows[] = {
     // name   handler   params  flags       accepted
     {"auth",  op_auth,  2,      0},
     {"user",  op_user,  0,      0,          {1, 1}},
 };
 // clang-format on
 
-} // namespace
-
 void register_access_ops()
 {
-    register_rows(rows);
+    register_rows(access_rows);
 }

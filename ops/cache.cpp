@@ -73,16 +73,16 @@ char* op_cache(int count, char** params)
     return fresh.release();
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row cache_rows[] = {
     // name     handler    params  flags        accepted
     {"cache",   op_cache,  0,      RAW_PARAMS,  {1, 2}},
 };
 // clang-format on
 
-} // namespace
-
 void register_cache_ops()
 {
-    register_rows(rows);
+    register_rows(cache_rows);
 }

@@ -745,8 +745,10 @@ char* op_cookie(int, char**)
     return chat_visitor_ticket();
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row chat_rows[] = {
     // name        handler       params  flags       accepted
     {"log",        op_log,       0,      0,          {1, 1}},
     {"login",      op_login,     0,      0,          {1, 2}},
@@ -759,9 +761,7 @@ constexpr op_row rows[] = {
 };
 // clang-format on
 
-} // namespace
-
 void register_chat_ops()
 {
-    register_rows(rows);
+    register_rows(chat_rows);
 }

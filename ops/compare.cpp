@@ -168,8 +168,10 @@ char* op_optioncount(int, char** params)
     return str_dup(fmt_int(option_split(params[0]).size()));
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row compare_rows[] = {
     // name           handler          params  flags       accepted
     {"eq",            op_eq,           0,      RAW_PARAMS, EQ_PARAMS},
     {"ifdef",         op_ifdef,        0,      RAW_PARAMS, IFDEF_PARAMS},
@@ -184,9 +186,7 @@ constexpr op_row rows[] = {
 };
 // clang-format on
 
-} // namespace
-
 void register_compare_ops()
 {
-    register_rows(rows);
+    register_rows(compare_rows);
 }

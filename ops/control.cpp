@@ -179,8 +179,10 @@ char* op_for(int count, char** params)
     return result.take(true);
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row control_rows[] = {
     // name    handler    params  flags       accepted
     {"var",    op_var,    0,      RAW_PARAMS, {1, 3}},
     {"eval",   op_eval,   0,      0,          {1, 2}},
@@ -190,9 +192,7 @@ constexpr op_row rows[] = {
 };
 // clang-format on
 
-} // namespace
-
 void register_control_ops()
 {
-    register_rows(rows);
+    register_rows(control_rows);
 }

@@ -94,16 +94,16 @@ char* op_cookie(int count, char** params)
     return cookie_read(param_text(count, params, 0));
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row cookie_rows[] = {
     // name     handler     params  flags       accepted
     {"cookie",  op_cookie,  0,      0,          {1, 3}},
 };
 // clang-format on
 
-} // namespace
-
 void register_cookie_ops()
 {
-    register_rows(rows);
+    register_rows(cookie_rows);
 }

@@ -53,16 +53,16 @@ char* op_counter(int, char** params)
     return str_dup(fmt_int(count));
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row counter_rows[] = {
     // name       handler      params  flags
     {"counter",   op_counter,  1,      0},
 };
 // clang-format on
 
-} // namespace
-
 void register_counter_ops()
 {
-    register_rows(rows);
+    register_rows(counter_rows);
 }

@@ -195,8 +195,10 @@ char* op_calendar(int count, char** params)
     return nullptr;
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row dates_rows[] = {
     // name            handler            params  flags       accepted
     {"calendar",       op_calendar,       0,      0,          {1, 2}},
     {"loadtimestamp",  op_loadtimestamp,  0,      0,          {1, 1}},
@@ -204,9 +206,7 @@ constexpr op_row rows[] = {
 };
 // clang-format on
 
-} // namespace
-
 void register_date_ops()
 {
-    register_rows(rows);
+    register_rows(dates_rows);
 }

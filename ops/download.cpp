@@ -80,16 +80,16 @@ char* op_download(int count, char** params)
     return nullptr;
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row download_rows[] = {
     // name       handler      params  flags       accepted
     {"download",  op_download, 0,      0,          DOWNLOAD_PARAMS},
 };
 // clang-format on
 
-} // namespace
-
 void register_download_ops()
 {
-    register_rows(rows);
+    register_rows(download_rows);
 }

@@ -121,16 +121,16 @@ char* op_exec(int count, char** params)
     return exec_body(out.view(), out.size());
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row exec_rows[] = {
     // name    handler   params  flags    accepted
     {"exec",   op_exec,  0,      0,       {1, 3}},
 };
 // clang-format on
 
-} // namespace
-
 void register_exec_ops()
 {
-    register_rows(rows);
+    register_rows(exec_rows);
 }

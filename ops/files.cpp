@@ -187,8 +187,10 @@ char* op_index(int count, char** params)
     return nullptr;
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row files_rows[] = {
     // name      handler            params  flags        accepted
     {"name",     op_name,           0,      0,           {1, 2}},
     {"-f",       op_file_readable,  1,      0},
@@ -199,9 +201,7 @@ constexpr op_row rows[] = {
 };
 // clang-format on
 
-} // namespace
-
 void register_file_ops()
 {
-    register_rows(rows);
+    register_rows(files_rows);
 }

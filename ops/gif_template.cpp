@@ -313,16 +313,16 @@ char* op_gif_template(int count, char** params)
     return nullptr;
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row gif_template_rows[] = {
     // name           handler           params  flags       accepted
     {"gif_template",  op_gif_template,  0,      0,          {1, 3}},
 };
 // clang-format on
 
-} // namespace
-
 void register_gif_template_ops()
 {
-    register_rows(rows);
+    register_rows(gif_template_rows);
 }

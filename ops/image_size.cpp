@@ -26,8 +26,10 @@ char* op_imgsize(int count, char** params)
     return nullptr;
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row image_size_rows[] = {
     // name       handler     params  flags
     {"imgsize",   op_imgsize, 1,      0},
     {"jpegsize",  op_imgsize, 1,      0},
@@ -35,9 +37,7 @@ constexpr op_row rows[] = {
 };
 // clang-format on
 
-} // namespace
-
 void register_image_size_ops()
 {
-    register_rows(rows);
+    register_rows(image_size_rows);
 }

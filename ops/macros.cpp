@@ -30,8 +30,10 @@ char* op_macro_exists(int, char** params)
     return macro_body(params[0]) ? str_dup("yes") : nullptr;
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row macros_rows[] = {
     // name          handler          params  flags
     {"macro",        op_macro,        0,      RAW_PARAMS},
     {"macro_new",    op_macro_new,    2,      RAW_PARAMS},
@@ -40,9 +42,7 @@ constexpr op_row rows[] = {
 };
 // clang-format on
 
-} // namespace
-
 void register_macro_ops()
 {
-    register_rows(rows);
+    register_rows(macros_rows);
 }

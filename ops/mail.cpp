@@ -126,14 +126,14 @@ char* op_sendmail(int count, char** params)
                     fmt_int(code), "]", nullptr);
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row mail_rows[] = {
     // name       handler       params  flags
     {"sendmail",  op_sendmail,  1,      RAW_PARAMS},
 };
 // clang-format on
-
-} // namespace
 
 char* build_attachment(const char* data, int length, const char* name)
 {
@@ -159,5 +159,5 @@ char* build_attachment(const char* data, int length, const char* name)
 
 void register_mail_ops()
 {
-    register_rows(rows);
+    register_rows(mail_rows);
 }

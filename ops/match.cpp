@@ -233,16 +233,16 @@ char* op_match(int count, char** params)
     return match_replace(re, params[2], text, flags && strpbrk(flags, "gG"));
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row match_rows[] = {
     // name     handler    params  flags       accepted
     {"match",   op_match,  0,      RAW_PARAMS, MATCH_PARAMS},
 };
 // clang-format on
 
-} // namespace
-
 void register_match_ops()
 {
-    register_rows(rows);
+    register_rows(match_rows);
 }

@@ -112,8 +112,10 @@ char* op_random(int count, char** params)
     return str_dup(fmt_int(rand() % bound));
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row misc_rows[] = {
     // name      handler      params  flags       accepted
     {"rem",      op_rem,      0,      RAW_PARAMS},
     {"color",    op_color,    2,      0},
@@ -125,9 +127,7 @@ constexpr op_row rows[] = {
 };
 // clang-format on
 
-} // namespace
-
 void register_misc_ops()
 {
-    register_rows(rows);
+    register_rows(misc_rows);
 }

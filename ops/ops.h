@@ -2,8 +2,12 @@
 #ifndef TESSEL_OPS_OPS_H
 #define TESSEL_OPS_OPS_H
 
-// Registers every family in order; the first registration of a name wins.
+// Registers every family in order; the first registration of a name wins. Does nothing in the
+// shipped program, whose registry the build filled by running it (tools/registry_gen.cpp).
 void register_all_operators();
+
+// Each family registers one table of rows named after its file: ops/compare.cpp registers
+// compare_rows, which the build's pre-filled registry refers to by that name.
 
 void register_cache_ops();
 void register_optimize_ops();

@@ -12,16 +12,16 @@ char* op_optimize(int count, char** params)
     return nullptr;
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row optimize_rows[] = {
     // name       handler       params  flags
     {"optimize",  op_optimize,  1,      0},
 };
 // clang-format on
 
-} // namespace
-
 void register_optimize_ops()
 {
-    register_rows(rows);
+    register_rows(optimize_rows);
 }

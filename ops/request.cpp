@@ -171,8 +171,10 @@ char* op_header(int count, char** params)
     return nullptr;
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row request_rows[] = {
     // name      handler      params  flags       accepted
     {"form",     op_form,     1,      0},
     {"number",   op_number,   1,      0},
@@ -186,9 +188,7 @@ constexpr op_row rows[] = {
 };
 // clang-format on
 
-} // namespace
-
 void register_request_ops()
 {
-    register_rows(rows);
+    register_rows(request_rows);
 }

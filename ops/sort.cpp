@@ -202,16 +202,16 @@ char* op_sort(int, char** params)
     return nullptr;
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row sort_rows[] = {
     // name    handler   params  flags
     {"sort",   op_sort,  2,      RAW_PARAMS},
 };
 // clang-format on
 
-} // namespace
-
 void register_sort_ops()
 {
-    register_rows(rows);
+    register_rows(sort_rows);
 }

@@ -210,17 +210,17 @@ char* op_sql(int count, char** params)
     return nullptr;
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row sql_rows[] = {
     // name     handler     params  flags       accepted
     {"server",  op_server,  2,      RAW_PARAMS},
     {"sql",     op_sql,     0,      RAW_PARAMS, {1, 3}},
 };
 // clang-format on
 
-} // namespace
-
 void register_sql_ops()
 {
-    register_rows(rows);
+    register_rows(sql_rows);
 }

@@ -120,8 +120,10 @@ char* op_unescape_br(int, char** params)
     return out.take(true);
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row string_case_rows[] = {
     // name          handler          params  flags
     {"rsplit",       op_rsplit,       2,      RAW_PARAMS},
     {"lsplit",       op_lsplit,       2,      RAW_PARAMS},
@@ -132,9 +134,7 @@ constexpr op_row rows[] = {
 };
 // clang-format on
 
-} // namespace
-
 void register_string_case_ops()
 {
-    register_rows(rows);
+    register_rows(string_case_rows);
 }

@@ -78,8 +78,10 @@ char* op_findstr(int, char** params)
     return str_dup(fmt_int(found ? (int)(found - params[1]) : -1));
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row strings_rows[] = {
     // name        handler       params  flags
     {"length",     op_length,    1,      0},
     {"mid",        op_mid,       3,      0},
@@ -91,9 +93,7 @@ constexpr op_row rows[] = {
 };
 // clang-format on
 
-} // namespace
-
 void register_string_ops()
 {
-    register_rows(rows);
+    register_rows(strings_rows);
 }

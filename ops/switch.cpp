@@ -86,17 +86,17 @@ char* op_case(int count, char** params)
     return nullptr;
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row switch_rows[] = {
     // name      handler     params  flags       accepted
     {"switch",   op_switch,  2,      RAW_PARAMS},
     {"case",     op_case,    0,      RAW_PARAMS, CASE_PARAMS},
 };
 // clang-format on
 
-} // namespace
-
 void register_switch_ops()
 {
-    register_rows(rows);
+    register_rows(switch_rows);
 }

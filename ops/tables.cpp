@@ -364,8 +364,10 @@ char* op_menu(int count, char** params)
     return out.take(true);
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row tables_rows[] = {
     // name      handler      params  flags       accepted
     {"config",   op_config,   0,      RAW_PARAMS},
     {"load",     op_load,     0,      0,          {1, 2}},
@@ -381,9 +383,7 @@ constexpr op_row rows[] = {
 };
 // clang-format on
 
-} // namespace
-
 void register_table_ops()
 {
-    register_rows(rows);
+    register_rows(tables_rows);
 }

@@ -125,17 +125,17 @@ char* op_hotline_cutmark_thread(int count, char** params)
     return shown;
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row threads_rows[] = {
     // name                      handler                     params  flags       accepted
     {"hotline_cutmark_thread",  op_hotline_cutmark_thread,  0,      0,          {1, 2}},
     {"hotline_quote",           op_hotline_quote,           0,      0,          {1, 2}},
 };
 // clang-format on
 
-} // namespace
-
 void register_thread_ops()
 {
-    register_rows(rows);
+    register_rows(threads_rows);
 }

@@ -123,15 +123,15 @@ char* op_unlink(int count, char** params)
     return str_join("[unlink '", name, "' failed: ", reason.get(), "]", nullptr);
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row upload_rows[] = {
     // name     handler     params  flags       accepted
     {"upload",  op_upload,  0,      0,          UPLOAD_PARAMS},
     {"unlink",  op_unlink,  1,      0},
 };
 // clang-format on
-
-} // namespace
 
 char* read_file_raw(const char* path, int& size, char*& error)
 {
@@ -185,5 +185,5 @@ char* write_file_raw(const char* path, const char* data, int length)
 
 void register_upload_ops()
 {
-    register_rows(rows);
+    register_rows(upload_rows);
 }

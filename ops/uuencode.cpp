@@ -20,16 +20,16 @@ char* op_uuencode(int count, char** params)
     return build_attachment(text, str_len0(text), str_nonempty(name) ? name : "noname.dat");
 }
 
+} // namespace
+
 // clang-format off
-constexpr op_row rows[] = {
+extern constexpr op_row uuencode_rows[] = {
     // name       handler      params  flags
     {"uuencode",  op_uuencode, 2,      RAW_PARAMS},
 };
 // clang-format on
 
-} // namespace
-
 void register_uuencode_ops()
 {
-    register_rows(rows);
+    register_rows(uuencode_rows);
 }
