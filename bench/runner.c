@@ -142,9 +142,14 @@ int main(int argc, char** argv)
     double cpu, kb;
     for (int i = 0; i < count; i++) /* warm the page cache and the loader */
         run_once(&cases[i], &cpu, &kb);
+    /* Each round starts one case further on, so that every case follows every other equally
+     * often: a case that always ran right after the one that writes 4 MB would always find
+     * the caches cold. */
     for (int r = 0; r < rounds; r++)
-        for (int i = 0; i < count; i++)
+        for (int k = 0; k < count; k++) {
+            int i = (r + k) % count;
             cases[i].ms[r] = run_once(&cases[i], &cases[i].cpu_ms[r], &cases[i].peak_kb[r]);
+        }
     for (int i = 0; i < count; i++) {
         struct bench_case* c = &cases[i];
         printf("%s %.3f %ld %.3f %.0f\n", c->label, median(c->ms, rounds), c->bytes,
