@@ -40,9 +40,9 @@ struct op_row {
 };
 
 // A registered operator: its row, and the source file whose register_rows added it (null
-// otherwise). Both members have initialisers, so the static table of entries is
-// constant-initialised: zeroed memory that costs nothing until an entry is written, and a
-// start writes only the few pages that its entries fill.
+// otherwise). Both members have initialisers, so a static table of entries is
+// constant-initialised: the empty one is zeroed memory that costs nothing until an entry is
+// written, and the program's pre-filled one is data that no code runs to build.
 struct operator_entry {
     const op_row* row = nullptr;
     const char* source = nullptr;
