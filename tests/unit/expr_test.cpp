@@ -3,6 +3,8 @@
 #include <cmath>
 #include <gtest/gtest.h>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "cgi/request.h"
 #include "core/sorted_map.h"
@@ -39,6 +41,20 @@ int status_of(const char* text)
     return eval(text).status;
 }
 
+// Each text evaluates without error to its value.
+void expect_values(std::initializer_list<std::pair<const char*, double>> rows)
+{
+    for (auto [text, value] : rows)
+        EXPECT_EQ(value_of(text), value) << text;
+}
+
+// Each value formatted by its format gives its text.
+void expect_formatted(std::initializer_list<std::tuple<double, const char*, const char*>> rows)
+{
+    for (auto [value, format, text] : rows)
+        EXPECT_EQ(own(format_number(value, format)), text) << format;
+}
+
 sorted_map& variables()
 {
     if (!req.variables)
@@ -46,86 +62,50 @@ sorted_map& variables()
     return *req.variables;
 }
 
+// clang-format off
 TEST(Expr, ArithmeticAndTheTwoLevelPrecedence)
 {
-    EXPECT_EQ(value_of(""), 0);
-    EXPECT_EQ(value_of("7"), 7);
-    EXPECT_EQ(value_of("2*3+4*5"), 26);
-    EXPECT_EQ(value_of("1-2-3"), -4);
-    EXPECT_EQ(value_of("2+3*4<1"), 0);
-    EXPECT_EQ(value_of("10-2*3"), 4);
+    expect_values({{"", 0}, {"7", 7}, {"2*3+4*5", 26}, {"1-2-3", -4}, {"2+3*4<1", 0},
+                   {"10-2*3", 4}});
 }
 
 TEST(Expr, PrecedenceGroupsOnlyAgainstThePendingOperator)
 {
     // Behind a looser pending operator, tighter operators run left to right on one value:
-    // 2+3*4 there is (2+3)*4, not 14.
-    EXPECT_EQ(value_of("20==2+3*4"), 1);
-    EXPECT_EQ(value_of("15<2+3*4"), 1);
-    EXPECT_EQ(value_of("0||1+1*0"), 0);
-    // An operator no tighter than the pending one completes it first.
-    EXPECT_EQ(value_of("1+2==3"), 1);
-    EXPECT_EQ(value_of("6/2*3"), 9);
-    EXPECT_EQ(value_of("(1+2)*(3+4)"), 21);
-    EXPECT_EQ(value_of("((2))"), 2);
+    // 2+3*4 there is (2+3)*4, not 14. An operator no tighter than the pending one completes
+    // it first.
+    expect_values({{"20==2+3*4", 1}, {"15<2+3*4", 1}, {"0||1+1*0", 0}, {"1+2==3", 1},
+                   {"6/2*3", 9}, {"(1+2)*(3+4)", 21}, {"((2))", 2}});
 }
 
 TEST(Expr, NumbersAndSigns)
 {
-    EXPECT_EQ(value_of(".5"), 0.5);
-    EXPECT_EQ(value_of("0x1F"), 31);
-    EXPECT_EQ(value_of("017"), 15);
-    EXPECT_EQ(value_of("1.5e2"), 150);
-    EXPECT_EQ(status_of("2e"), EXPR_BAD_NAME); // "2" then the name "e": no variable, no table
-    EXPECT_EQ(value_of("-3*2"), -6);
-    EXPECT_EQ(value_of("1+2*-3"), -5);
-    EXPECT_EQ(value_of("1*(-2)"), -2);
-    EXPECT_EQ(status_of("1*-2"), EXPR_SYNTAX_ERROR);
     // A number right after an operand replaces it: "0" then ".5", octal "0" then "8".
-    EXPECT_EQ(value_of("0.5"), 0.5);
-    EXPECT_EQ(value_of("08"), 8);
-    EXPECT_EQ(value_of("0xFFFFFFFF"), 4294967295.0);
+    expect_values({{".5", 0.5}, {"0x1F", 31}, {"017", 15}, {"1.5e2", 150}, {"-3*2", -6},
+                   {"1+2*-3", -5}, {"1*(-2)", -2}, {"0.5", 0.5}, {"08", 8},
+                   {"0xFFFFFFFF", 4294967295.0}});
+    EXPECT_EQ(status_of("2e"), EXPR_BAD_NAME); // "2" then the name "e": no variable, no table
+    EXPECT_EQ(status_of("1*-2"), EXPR_SYNTAX_ERROR);
 }
 
 TEST(Expr, DivisionRemainderAndBitOperators)
 {
-    EXPECT_EQ(value_of("7/2"), 3.5);
-    EXPECT_EQ(value_of("7%2.9"), 1);
-    EXPECT_EQ(value_of("-7%3"), -1);
-    EXPECT_EQ(value_of("5&&.5"), 0);
-    EXPECT_EQ(value_of("0||.5"), 0);
-    EXPECT_EQ(value_of("2||0"), 1);
-    EXPECT_EQ(value_of("6&3"), 2);
-    EXPECT_EQ(value_of("6|3"), 7);
-    EXPECT_EQ(value_of("6^3"), 5); // exclusive or, not a power
-    EXPECT_EQ(value_of("1<<33"), 2);
-    EXPECT_EQ(value_of("1<<31"), -2147483648.0);
-    EXPECT_EQ(value_of("-8>>1"), -4);
-    EXPECT_EQ(value_of("3<=3"), 1);
-    EXPECT_EQ(value_of("3>=4"), 0);
-    EXPECT_EQ(value_of("3!=4"), 1);
-    EXPECT_EQ(value_of("3>2"), 1);
+    // "^" is exclusive or, not a power.
+    expect_values({{"7/2", 3.5}, {"7%2.9", 1}, {"-7%3", -1}, {"5&&.5", 0}, {"0||.5", 0},
+                   {"2||0", 1}, {"6&3", 2}, {"6|3", 7}, {"6^3", 5}, {"1<<33", 2},
+                   {"1<<31", -2147483648.0}, {"-8>>1", -4}, {"3<=3", 1}, {"3>=4", 0},
+                   {"3!=4", 1}, {"3>2", 1}});
 }
 
 TEST(Expr, PrefixOperatorsAndFunctions)
 {
-    EXPECT_EQ(value_of("!(0.5)"), 1);
-    EXPECT_EQ(value_of("!.5"), 1);
-    EXPECT_EQ(value_of("!0.5"), 0.5); // "!" takes the operand "0", then ".5" replaces the 1
-    EXPECT_EQ(value_of("!3"), 0);
-    EXPECT_EQ(value_of("~0"), 4294967295.0);
-    EXPECT_EQ(value_of("~-1"), 0);
-    EXPECT_EQ(value_of("round2.5"), 3);
-    EXPECT_EQ(value_of("round(-2.5)"), -2);
-    EXPECT_EQ(value_of("floor(-1.5)"), -2);
-    EXPECT_EQ(value_of("ceiling1.2"), 2);
-    EXPECT_EQ(value_of("abs(-4)+1"), 5);
-    EXPECT_EQ(value_of("sqrt16"), 0);
-    EXPECT_EQ(value_of("sign(-7)"), -1);
-    EXPECT_EQ(value_of("sign0"), 0);
-    EXPECT_EQ(value_of("2abs3"), 3);
-    EXPECT_EQ(value_of("2*abs-3"), 6);
+    // In "!0.5", "!" takes the operand "0", then ".5" replaces the 1.
+    expect_values({{"!(0.5)", 1}, {"!.5", 1}, {"!0.5", 0.5}, {"!3", 0}, {"~0", 4294967295.0},
+                   {"~-1", 0}, {"round2.5", 3}, {"round(-2.5)", -2}, {"floor(-1.5)", -2},
+                   {"ceiling1.2", 2}, {"abs(-4)+1", 5}, {"sqrt16", 0}, {"sign(-7)", -1},
+                   {"sign0", 0}, {"2abs3", 3}, {"2*abs-3", 6}});
 }
+// clang-format on
 
 TEST(Expr, FunctionWordsArePrefixes)
 {
@@ -241,34 +221,27 @@ TEST(Expr, Strip)
     EXPECT_EQ(expr_strip(nullptr), nullptr);
 }
 
+// clang-format off
 TEST(Expr, FormatNumberPaths)
 {
-    EXPECT_EQ(own(format_number(7.9, nullptr)), "7");
-    EXPECT_EQ(own(format_number(14, "%.2f")), "14.00");
-    EXPECT_EQ(own(format_number(3.14159, "v=%.3f!")), "v=3.142!");
-    EXPECT_EQ(own(format_number(3.14159, "pi=%.3f!")), "pi=3.000!"); // the "i" of "pi"
-    EXPECT_EQ(own(format_number(1.5, "%g")), "1.5");
-    // Any "o", "u", "x" or "X" in the text makes the value an unsigned integer.
-    EXPECT_EQ(own(format_number(-1, "%u")), "4294967295");
-    EXPECT_EQ(own(format_number(-1, "%d of")), "-1 of");
-    EXPECT_EQ(own(format_number(4294967296.0 + 5, "%X")), "5");
-    EXPECT_EQ(own(format_number(-2.9, "%5d|")), "   -2|");
-    EXPECT_EQ(own(format_number(42, "%ld")), "42");
-    EXPECT_EQ(own(format_number(42, "100%% %i")), "100% 42");
+    // Any "o", "u", "x" or "X" in the text makes the value an unsigned integer; an "i", as
+    // in "pi", an integer.
+    expect_formatted({{7.9, nullptr, "7"}, {14, "%.2f", "14.00"}, {3.14159, "v=%.3f!", "v=3.142!"},
+                      {3.14159, "pi=%.3f!", "pi=3.000!"}, {1.5, "%g", "1.5"},
+                      {-1, "%u", "4294967295"}, {-1, "%d of", "-1 of"},
+                      {4294967296.0 + 5, "%X", "5"}, {-2.9, "%5d|", "   -2|"}, {42, "%ld", "42"},
+                      {42, "100%% %i", "100% 42"}});
 }
 
 TEST(Expr, FormatNumberNeverPassesANumberToATextConversion)
 {
-    EXPECT_EQ(own(format_number(1, "%s")), "%s");
-    EXPECT_EQ(own(format_number(1, "%n%.1f")), "%n%.1f");
-    EXPECT_EQ(own(format_number(1, "%.1f %.1f")), "1.0 %.1f");
-    EXPECT_EQ(own(format_number(1, "%*d")), "%*d");
-    EXPECT_EQ(own(format_number(1, "%")), "%");
-    EXPECT_EQ(own(format_number(1, "abc")), "abc");
+    // Nor a width or precision wider than the result can be.
+    expect_formatted({{1, "%s", "%s"}, {1, "%n%.1f", "%n%.1f"}, {1, "%.1f %.1f", "1.0 %.1f"},
+                      {1, "%*d", "%*d"}, {1, "%", "%"}, {1, "abc", "abc"}, {1, "%2000d", "%2000d"},
+                      {1, "%.99999999999f", "%.99999999999f"}});
     EXPECT_EQ(own(format_number(1, "%1000d")).size(), 1000u);
     EXPECT_EQ(own(format_number(1e300, "%.1000f")).size(), 1023u);
-    EXPECT_EQ(own(format_number(1, "%2000d")), "%2000d"); // wider than the result can be
-    EXPECT_EQ(own(format_number(1, "%.99999999999f")), "%.99999999999f");
 }
+// clang-format on
 
 } // namespace
