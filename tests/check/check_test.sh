@@ -7,37 +7,27 @@ set -uo pipefail
 check=$(realpath "$1")
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
-failed=0
-
-expect() { # what, want, got
-    if [[ "$2" == "$3" ]]; then
-        echo "ok: $1"
-    else
-        echo "FAIL: $1"
-        diff <(printf '%s\n' "$2") <(printf '%s\n' "$3") | head -40
-        failed=1
-    fi
-}
+source "$here/../e2e/checks.sh"
 
 cd "$here"
 out=$("$check" --docroot site site/*.html site/_macro.cfg)
-expect "broken pages: exit status" 1 "$?"
-expect "broken pages: diagnostics" "$(cat broken_pages.expected)" "$out"
+check_equal "broken pages: exit status" 1 "$?"
+check_equal "broken pages: diagnostics" "$(cat broken_pages.expected)" "$out"
 
 # The docroot is found by itself: the nearest folder above holding _macro.cfg.
 out=$("$check" site/macros.html 2>&1)
-expect "docroot found from the page" \
+check_equal "docroot found from the page" \
     "$(grep '^site/macros.html:' broken_pages.expected)" "$out"
 
 cd "$root"
 out=$("$check" examples/site/*.html examples/site/_macro.cfg 2>&1)
-expect "examples/site: exit status" 0 "$?"
-expect "examples/site: no diagnostics" "" "$out"
+check_equal "examples/site: exit status" 0 "$?"
+check_equal "examples/site: no diagnostics" "" "$out"
 
-"$check" --help | grep -q '^usage: tessel-check' && echo "ok: --help" || { echo "FAIL: --help"; failed=1; }
-expect "--version" "tessel-check, tessel 1.0 (168mysql-omr2 build)" "$("$check" --version)"
+check_equal "--help" "usage: tessel-check" "$("$check" --help | head -1 | cut -d' ' -f1-2)"
+check_equal "--version" "tessel-check, tessel 1.0 (168mysql-omr2 build)" "$("$check" --version)"
 "$check" >/dev/null 2>&1
-expect "no file: exit status" 2 "$?"
+check_equal "no file: exit status" 2 "$?"
 "$check" "$here/site/no-such-page.html" 2>/dev/null
-expect "missing file: exit status" 2 "$?"
-exit $failed
+check_equal "missing file: exit status" 2 "$?"
+exit $E2E_FAILED

@@ -5,7 +5,8 @@
 #   e2e_start [FOLDER]                      # serves $SITE (or FOLDER) on a free port: sets $BASE
 #   e2e_get /page.html                      # sets $STATUS, $HEADERS (file), $BODY (file)
 #   check_equal "what" "$want" "$got";  check_body "what" "$want";  check_header NAME VALUE
-#   check_contains "what" "$text" [FILE]
+#   check_contains "what" "$text" [FILE];  check_same_file "what" FILE1 FILE2  (checks.sh)
+#   logged_lines                            # the program's error log without time stamps
 #   e2e_finish                              # exit status: 0, or 1 when a check failed
 #
 # Exits 77 (ctest's "skipped") when apache2 or curl is not installed.
@@ -13,7 +14,7 @@
 E2E_PROGRAM=$(realpath "$1")
 E2E_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 APACHE_SH=$E2E_ROOT/scripts/apache.sh
-E2E_FAILED=0
+source "$E2E_ROOT/tests/e2e/checks.sh"
 
 if [[ ! -x ${APACHE:-/usr/sbin/apache2} ]] || ! command -v curl >/dev/null; then
     echo "SKIP: apache2 or curl is not installed (scripts/test.sh installs them)"
@@ -51,21 +52,6 @@ e2e_get() {
     tr -d '\r' <"$WORK/raw_headers" | sed 's/^\([^:]*\):/\L\1:/' >"$HEADERS"
 }
 
-fail() {
-    echo "FAIL: $*"
-    E2E_FAILED=1
-}
-
-check_equal() {
-    if [[ "$2" == "$3" ]]; then
-        echo "ok: $1"
-    else
-        fail "$1"
-        echo "  want: $(printf '%q' "$2")"
-        echo "  got:  $(printf '%q' "$3")"
-    fi
-}
-
 # The whole body, byte for byte (a trailing newline counts).
 check_body() {
     local want=$WORK/want
@@ -75,18 +61,6 @@ check_body() {
     else
         fail "$1 (body differs)"
         diff <(od -c "$want") <(od -c "$BODY") | head -20
-    fi
-}
-
-# check_contains WHAT TEXT [FILE]: the body (or the file, e.g. $HEADERS or a log) holds the text.
-check_contains() {
-    local file=${3:-$BODY}
-    if grep -qF -- "$2" "$file" 2>/dev/null; then
-        echo "ok: $1"
-    else
-        fail "$1"
-        echo "  missing: $(printf '%q' "$2")"
-        echo "  in $file: $(head -c 2000 "$file" 2>/dev/null | cat -v)"
     fi
 }
 
@@ -108,6 +82,10 @@ check_length() {
     if [[ -n $length ]]; then
         check_equal "$1: content-length is the body size" "$size" "$length"
     fi
+}
+
+logged_lines() {
+    sed 's/^\[[^]]*\] //' "$CGI_BIN/error_log" 2>/dev/null
 }
 
 e2e_finish() {

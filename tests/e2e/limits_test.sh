@@ -19,8 +19,7 @@ check_body "an ordinary page renders under the limits" $'fine 42\n'
 
 e2e_get /spin.html
 check_equal "CPU limit: no page" 500 "$STATUS"
-check_equal "CPU limit: one log line" "$SITE/spin.html: CPU time limit exceeded" \
-    "$(sed 's/^\[[^]]*\] //' "$CGI_BIN/error_log" 2>/dev/null)"
+check_equal "CPU limit: one log line" "$SITE/spin.html: CPU time limit exceeded" "$(logged_lines)"
 rm -f "$CGI_BIN/error_log"
 
 "$APACHE_SH" stop "$SERVER" >/dev/null
@@ -30,7 +29,7 @@ e2e_get /fine.html
 check_body "an ordinary page renders in 64 MB" $'fine 42\n'
 e2e_get /grow.html
 check_equal "memory limit: no page" 500 "$STATUS"
-got=$(sed 's/^\[[^]]*\] //' "$CGI_BIN/error_log" 2>/dev/null)
+got=$(logged_lines)
 check_equal "memory limit: one log line" 1 "$(printf '%s\n' "$got" | grep -c .)"
 if [[ $got != "$SITE/grow.html: unable to "*alloc*" bytes" ]]; then
     fail "memory limit: the out-of-memory line, got: $got"

@@ -10,7 +10,7 @@ work=$(mktemp -d "${TMPDIR:-/tmp}/tessel-rusage.XXXXXX")
 server=tessel-test-$$-$RANDOM
 log=/tmp/rusage.$server.log
 trap 'rm -rf "$work" "$log"' EXIT
-failed=0
+source "$(dirname "$0")/checks.sh"
 
 # Renders page FILE (in $work) as a server would, with SERVER_NAME set to $server.
 render() {
@@ -21,10 +21,7 @@ render() {
 
 printf 'cheap\n' >"$work/cheap.html"
 render cheap.html
-if [[ -e $log ]]; then
-    echo "FAIL: a cheap request wrote to the resource log"
-    failed=1
-fi
+check_equal "a cheap request writes nothing" no "$([[ -e $log ]] && echo yes || echo no)"
 
 for calls in 4000000 8000000 16000000 32000000 64000000; do
     printf '^for[i;1;%d;^var[y;^length[abc]]]busy\n' "$calls" >"$work/busy.html"
@@ -35,8 +32,6 @@ line='^\[[0-9]{2}/[A-Z][a-z]{2}/[0-9]{4} [0-9]{2}:[0-9]{2}:[0-9]{2}\] [0-9]{3}\.
 if [[ $(wc -l <"$log" 2>/dev/null) == 1 ]] && grep -Eq "$line" "$log"; then
     echo "ok: a busy request appended one line: $(cat "$log")"
 else
-    echo "FAIL: the busy request's line is missing or malformed:"
-    cat "$log" 2>/dev/null
-    failed=1
+    fail "the busy request's line is missing or malformed: $(cat "$log" 2>/dev/null)"
 fi
-exit $failed
+exit $E2E_FAILED

@@ -45,7 +45,7 @@ check_header content-type text/html
 check_body "own URL: illegal call page" "$ERROR_OPEN"$'\nillegal call'"$ERROR_CLOSE"$'\n'
 check_equal "own URL: error log" \
     "$SITE/hello.html: script error by host 127.0.0.1"$'\n'"$SITE/hello.html: illegal call" \
-    "$(sed 's/^\[[^]]*\] //' "$CGI_BIN/error_log")"
+    "$(logged_lines)"
 rm -f "$CGI_BIN/error_log"
 
 e2e_get /cgi-bin/tessel

@@ -9,16 +9,6 @@ source "$(dirname "$0")/lib.sh" "$1"
 
 LOG=$SERVER/cgi-bin/error_log
 
-# Two files hold the same bytes.
-check_same_file() {
-    if cmp -s "$2" "$3"; then
-        echo "ok: $1"
-    else
-        fail "$1 (files differ)"
-        cmp "$2" "$3" | head -3
-    fi
-}
-
 # The error log holds a line (after its time stamp and page path).
 check_logged() { check_contains "$1" "$2" "$LOG"; }
 

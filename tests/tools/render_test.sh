@@ -8,18 +8,7 @@ render=$(realpath "$1")
 program=$(realpath "$2")
 work=$(mktemp -d "${TMPDIR:-/tmp}/tessel-render.XXXXXX")
 trap 'rm -rf "$work"' EXIT
-failed=0
-
-expect() { # what, want, got
-    if [[ "$2" == "$3" ]]; then
-        echo "ok: $1"
-    else
-        echo "FAIL: $1"
-        echo "  want: $(printf '%q' "$2")"
-        echo "  got:  $(printf '%q' "$3")"
-        failed=1
-    fi
-}
+source "$(dirname "$0")/../e2e/checks.sh"
 
 mkdir -p "$work/site/shop" "$work/run"
 printf '@hi\nhi\n' >"$work/site/_macro.cfg"
@@ -28,20 +17,20 @@ printf '^header[X-Test;1]^optimize[no]body' >"$work/site/h.html"
 printf 'b=posted+value' >"$work/body"
 cd "$work/run"
 
-expect "query, cookie, docroot found by _macro.cfg" \
+check_equal "query, cookie, docroot found by _macro.cfg" \
     "/shop/p.html?a=1;1;;2;$work/site;hi" \
     "$("$render" "$work/site/shop/p.html" --query 'a=1' --cookie 'c=2')"
-expect "posted body, another docroot" "/p.html;;posted value;;$work/site/shop;[undefined macro hi]" \
+check_equal "posted body, another docroot" "/p.html;;posted value;;$work/site/shop;[undefined macro hi]" \
     "$("$render" ../site/shop/p.html --post "$work/body" --docroot "$work/site/shop")"
-expect "headers" "$(printf 'X-Test: 1\nContent-type: text/html\nContent-length: 4\n\nbody')" \
+check_equal "headers" "$(printf 'X-Test: 1\nContent-type: text/html\nContent-length: 4\n\nbody')" \
     "$("$render" "$work/site/h.html" --headers)"
 "$render" "$work/site/missing.html" 2>/dev/null
-expect "missing page: exit status" 2 "$?"
+check_equal "missing page: exit status" 2 "$?"
 out=$("$render" "$work/site/h.html" --docroot "$work/site/shop" 2>&1)
-expect "page outside the document root: exit status" 2 "$?"
+check_equal "page outside the document root: exit status" 2 "$?"
 
 # The CGI program ignores its command line: Apache passes a query without "=" as arguments.
 out=$(env -i "$program" --headers --query a=1 "$work/site/h.html")
-expect "the program shows its banner: exit status" 253 "$?"
-grep -q 'tessel 1.0 (168mysql-omr2 build)' <<<"$out" && echo "ok: banner" || { echo "FAIL: banner"; failed=1; }
-exit $failed
+check_equal "the program shows its banner: exit status" 253 "$?"
+check_contains "banner" 'tessel 1.0 (168mysql-omr2 build)' <(printf '%s' "$out")
+exit $E2E_FAILED
