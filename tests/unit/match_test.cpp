@@ -1,5 +1,6 @@
 // The match operator driven through the expander: replacement positions checked against a
-// reference engine on fixed-seed random texts, empty matches, and the pattern short forms.
+// reference engine on fixed-seed random texts, and empty matches. The short forms, flags and
+// a replacement that holds the pattern show on the pages of tests/pages/match.
 #include <gtest/gtest.h>
 #include <random>
 #include <regex>
@@ -72,14 +73,6 @@ TEST_F(Match, ReplacementAgreesWithReferenceOnRandomTexts)
     }
 }
 
-// The replacement is inserted, never searched again: a growing replacement still ends.
-TEST_F(Match, PositionMovesPastTheInsertedText)
-{
-    EXPECT_EQ(replace("a", "g", "aa", "aaa"), "aaaaaa");
-    EXPECT_EQ(replace("o", "g", "0o", "foo"), "f0o0o");
-    EXPECT_EQ(replace("b", "g", "", "bbb"), "");
-}
-
 // A pattern that matches the empty string moves one byte on after each empty match, so
 // global replacement ends and puts the replacement between all bytes.
 TEST_F(Match, EmptyMatchesAdvanceOneByte)
@@ -96,25 +89,6 @@ TEST_F(Match, EmptyMatchesAdvanceOneByte)
         EXPECT_EQ(replace("x*", "g", "", text), text) << text;
         EXPECT_EQ(replace("x*", "", "-", text), "-" + text) << text;
     }
-    EXPECT_EQ(replace("$", "g", "!", "ab"), "ab!");
-}
-
-// The short forms are rewritten in order, and a doubled backslash shields the letter after
-// it; flags are read in either case.
-TEST_F(Match, PatternShortFormsAndFlags)
-{
-    struct {
-        const char* call;
-        const char* result;
-    } cases[] = {
-        {"^match[\\d\\s\\d;1 2]", "yes"}, {"^match[a\\tb;a\tb]", "yes"},
-        {"^match[a\\nb;a\nb]", "yes"},    {"^match[a\\\\nb;a\nb]", ""},
-        {"^match[a\\\\nb;a\\nb]", "yes"}, {"^match[\\\\d;7]", ""},
-        {"^match[\\\\\\d;\\7]", "yes"},   {"^match[x;IN;aXb]", "yes"},
-        {"^match[a.b;n;a\nb]", ""},       {"^match[x;gi;X;x]", "X"},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(expand(c.call), c.result) << c.call;
 }
 
 // The match table's row holds the whole match, each group (empty when it took no part),
