@@ -99,21 +99,6 @@ std::string field(const char* name)
     return std::string("Content-Disposition: form-data; name=\"") + name + "\"";
 }
 
-TEST_F(Form, QueryStringKeepsArrivalOrderAndRepeats)
-{
-    req.cgi.query_string = "a=1&b=2&a=3";
-    read_query_string();
-    EXPECT_EQ(entries(), (strings{"a=1", "b=2", "a=3"}));
-    form_entry* e = form_find_first("a");
-    ASSERT_TRUE(e);
-    EXPECT_STREQ(e->value, "1");
-    e = form_find_next();
-    ASSERT_TRUE(e);
-    EXPECT_STREQ(e->value, "3");
-    EXPECT_EQ(form_find_next(), nullptr);
-    EXPECT_EQ(form_find_first("A"), nullptr);
-}
-
 TEST_F(Form, PercentDecoding)
 {
     req.cgi.query_string = "a=x+y%41&b=%4&c=%4g&d=%e4%E4&e%3d=%3D";
