@@ -1,5 +1,5 @@
-// GIF and JPEG size readers on hand-made headers; files made by an image library are checked
-// in tests/images.
+// GIF and JPEG size readers on hand-made headers; files made by an image library, progressive
+// and cut-short files and missing ones are checked in tests/images/image_size_test.py.
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <string>
@@ -36,13 +36,10 @@ const std::string EOI("\xff\xd9", 2);
 TEST(ImageSize, GifScreenIsLittleEndian)
 {
     std::string gif = std::string("GIF89a\x80\x02\xe0\x01", 10) + std::string(3, '\0');
-    EXPECT_EQ(size_of("a.gif", gif), "640x480");
     EXPECT_EQ(size_of("a.b.GiF", gif), "640x480");
-    EXPECT_EQ(size_of("short.gif", gif.substr(0, 12)), "fail");
     EXPECT_EQ(size_of("png.gif", "\x89PNG" + gif.substr(4)), "fail");
     EXPECT_EQ(size_of("a.jpg", gif), "fail"); // the extension chooses the reader
     int width, height;
-    EXPECT_FALSE(image_file_size("/nonexistent/a.gif", width, height));
     EXPECT_FALSE(image_file_size(nullptr, width, height));
 }
 
@@ -51,7 +48,6 @@ TEST(ImageSize, JpegLastFrameHeaderWins)
     // A thumbnail's frame header first, then the main one; end-of-image does not stop.
     std::string thumb = SOI + sof('\xc0', 16, 12) + EOI;
     EXPECT_EQ(size_of("b.JPG", SOI + "\xff\xe1" + thumb + sof('\xc0', 800, 600) + EOI), "800x600");
-    EXPECT_EQ(size_of("p.jpg", SOI + sof('\xc2', 300, 200) + EOI), "300x200");
     // Other frame types are not read; a file without frame header reads as 0 by 0.
     EXPECT_EQ(size_of("lossless.jpg", SOI + sof('\xc3', 300, 200) + EOI), "0x0");
     EXPECT_EQ(size_of("c.jpeg", SOI + sof('\xc0', 300, 200)), "fail");
