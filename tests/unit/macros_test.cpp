@@ -100,13 +100,6 @@ TEST(Macros, ArgumentsSubstituted)
     EXPECT_EQ(own(macro_substitute(nullptr, 1, params)), "(null)");
 }
 
-TEST(Macros, CallExpandsTheSubstitutedBody)
-{
-    define("@count\n^var[calls;+;1]^var[calls]/$1\n@plain\n$1$1");
-    EXPECT_EQ(call({"count", "x"}), "1/x");
-    EXPECT_EQ(call({"^var[pick;plain]^var[pick]", "a"}), "aa"); // the name is expanded
-}
-
 TEST(Macros, AutoexecAndMainArePerFile)
 {
     register_macro_ops();
