@@ -2,8 +2,8 @@
 # Mail through a real local mail transfer agent: pages behind a private Apache hand messages
 # to the system's sendmail (Debian's exim4, installed and set up for local delivery only by
 # scripts/mail.sh), and the test reads them back from the mailbox of a local user: headers,
-# the body recoded for mail, and attachments made by uuencode and by upload, decoded back to
-# the original bytes and compared line by line with Python's binascii. Messages the agent
+# the body recoded for mail, and attachments made by uuencode and by upload, compared line by
+# line with what Python's binascii makes of the original bytes. Messages the agent
 # refuses show its exit code; a program that prints anything has failed.
 # Usage: mail_test.sh PROGRAM
 #
@@ -155,8 +155,6 @@ def attachment(name, media_type, data):
             for i in range(0, len(data), 45)]
     check(name.decode() + ": lines as binascii writes them", encoded[:-1] == want,
           repr(encoded[:3]) + " vs " + repr(want[:3]))
-    decoded = b"".join(binascii.a2b_uu(line) for line in encoded[:-1])
-    check(name.decode() + ": decodes to the original bytes", decoded == data)
 
 attachment(b"notes.txt", b"Application/Octet-Stream", open(notes, "rb").read())
 attachment(b"photo.gif", b"image/gif", open(photo, "rb").read())

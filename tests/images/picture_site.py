@@ -87,9 +87,7 @@ class SiteTest(unittest.TestCase):
 
     def setUp(self):
         self.site = Site()
-
-    def tearDown(self):
-        self.site.close()
+        self.addCleanup(self.site.close)
 
 
 def main():
