@@ -6,8 +6,6 @@
 set -uo pipefail
 source "$(dirname "$0")/lib.sh" "$1"
 
-# A form page that echoes every kind of field (the example site had it once).
-cp "$(dirname "$0")/form_echo.html" "$SITE/form.html"
 cat >"$SITE/echo.html" <<'EOF'
 [^form[a]] [^combine[a]] [^form[t]] [^form[f]] [^form[after]] [^number[n]] [^env[REQUEST_METHOD]]
 EOF
@@ -63,18 +61,5 @@ e2e_get /header.html
 check_header x-tessel-test 'a b'
 check_header content-type 'text/plain; charset=koi8-r'
 check_body "header: content type switches compaction to line breaks" $'plain   text\n'
-
-# The example form: markup typed into it is shown escaped, and the name is remembered.
-e2e_get /form.html -c "$WORK/jar2" --form-string 'name=<b>Ann</b>' -F colour=red -F colour=blue \
-    -F age=31 -F "comment=<$WORK/crlf.txt" -F "upload=@$WORK/binary.gif"
-check_header x-form-page echo
-check_contains "example: name escaped" '<li>name: <b>&lt;b&gt;Ann&lt;/b&gt;</b></li>'
-check_contains "example: repeated field" '<li>colours: red, blue</li>'
-check_contains "example: number" '<li>age as a number: 31</li>'
-check_contains "example: file field" '<li>file: (file)</li>'
-check_contains "example: value attribute" 'value="&lt;b&gt;Ann&lt;/b&gt;"'
-e2e_get /form.html -b "$WORK/jar2"
-check_contains "example: cookie read back" '<h1>Hello, &lt;b&gt;Ann&lt;/b&gt;</h1>'
-check_contains "example: nothing posted" '<p>Nothing posted yet.</p>'
 
 e2e_finish
