@@ -182,16 +182,6 @@ TEST(UrlEncode, KeepsOnlyAsciiLettersAndDigits)
         EXPECT_EQ(own(url_encode(text)), encoded);
 }
 
-TEST_F(Charset, CookieValueIsConvertedToOutputPageThenEncoded)
-{
-    req.source_charset = CHARSET_KOI;
-    req.output_charset = CHARSET_WIN;
-    EXPECT_EQ(own(cookie_value_out("\xE1 b")), "%c0+b"); // KOI capital A is WIN 192
-    req.output_charset = CHARSET_NONE;
-    EXPECT_EQ(own(cookie_value_out("\xE1 b")), "%e1+b");
-    EXPECT_EQ(own(cookie_value_out(nullptr)), "(null)");
-}
-
 TEST_F(Charset, HeaderWritersPrintExactLines)
 {
     write_location("http://x/y?a=1");

@@ -111,9 +111,6 @@ TEST_F(Form, NamesRunToTheFirstEqualsSign)
     decode("flag&a=1");
     EXPECT_EQ(entries(), (strings{"flag&a=1"}));
     form_free_all();
-    decode("a=1&flag");
-    EXPECT_EQ(entries(), (strings{"a=1"}));
-    form_free_all();
     decode("=v&k=");
     EXPECT_EQ(entries(), (strings{"=v", "k="}));
 }
