@@ -378,32 +378,38 @@ int str_to_int(const char* s)
     return s ? atoi(s) : 0;
 }
 
-const char* fmt_int(int n)
+namespace {
+
+// The decimal digits of magnitude, after a minus sign when negative, at the end of buffer:
+// what "%d" and "%lu" print, without the formatted-print machinery that a start of the
+// program would otherwise page in for a number. Ownership: view of buffer.
+template <size_t N>
+const char* fmt_decimal(char (&buffer)[N], unsigned long magnitude, bool negative)
 {
-    static char buffer[1024];
-    snprintf(buffer, sizeof buffer, "%d", n);
-    return buffer;
+    static_assert(N > 21, "room for every unsigned long, a sign and the terminator");
+    char* p = buffer + N;
+    *--p = '\0';
+    do {
+        *--p = char('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude);
+    if (negative)
+        *--p = '-';
+    return p;
 }
 
-const char* fmt_int_padded(int n, int width)
+} // namespace
+
+const char* fmt_int(int n)
 {
-    static char buffer[1024];
-    snprintf(buffer, sizeof buffer, "%0*d", width, n);
-    return buffer;
+    static char buffer[24];
+    return fmt_decimal(buffer, n < 0 ? 0ul - (unsigned long)n : (unsigned long)n, n < 0);
 }
 
 const char* fmt_ulong(unsigned long n)
 {
-    static char buffer[1024];
-    snprintf(buffer, sizeof buffer, "%lu", n);
-    return buffer;
-}
-
-const char* fmt_ulong_padded(unsigned long n, int width)
-{
-    static char buffer[1024];
-    snprintf(buffer, sizeof buffer, "%0*lu", width, n);
-    return buffer;
+    static char buffer[24];
+    return fmt_decimal(buffer, n, false);
 }
 
 // ---- files ----------------------------------------------------------------------------

@@ -233,12 +233,10 @@ inline int int_min(int a, int b)
     return a < b ? a : b;
 }
 
-// Formatters into one static 1024-byte buffer each, valid until the same formatter is
-// called again. Ownership: view of a static buffer.
+// n in decimal, as "%d" and "%lu" print it, in a static buffer of each formatter that is
+// valid until the same formatter is called again. Ownership: view of a static buffer.
 const char* fmt_int(int n);
-const char* fmt_int_padded(int n, int width);
 const char* fmt_ulong(unsigned long n);
-const char* fmt_ulong_padded(unsigned long n, int width);
 
 // ---- files ----------------------------------------------------------------------------
 

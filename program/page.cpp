@@ -163,9 +163,15 @@ void render_page()
         fatal_error("unable to print %s", req.page_path);
 
     if (req.output_enabled) {
-        fprintf(req.output_stream, "Content-type: %s\nContent-length: %d\n\n",
-                response_content_type(), (int)strlen(page));
-        fwrite(page, 1, strlen(page), req.output_stream);
+        // Pieces rather than one fprintf: a small page then needs no formatted printing.
+        size_t length = strlen(page);
+        FILE* out = req.output_stream;
+        fputs("Content-type: ", out);
+        fputs(response_content_type(), out);
+        fputs("\nContent-length: ", out);
+        fputs(fmt_int((int)length), out);
+        fputs("\n\n", out);
+        fwrite(page, 1, length, out);
     }
     str_free(page);
     str_free(req.request_uri);

@@ -1,4 +1,5 @@
 // Heap-string and file helpers.
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -85,8 +86,20 @@ TEST(Str, Predicates)
     EXPECT_TRUE(str_is_digits("0123"));
     EXPECT_FALSE(str_is_digits(""));
     EXPECT_FALSE(str_is_digits("12a"));
-    EXPECT_STREQ(fmt_int_padded(42, 5), "00042");
-    EXPECT_STREQ(fmt_ulong(4000000000ul), "4000000000");
+}
+
+// The formatters print what "%d" and "%lu" print, at the ends of the ranges too.
+TEST(Str, FormattersMatchPrintf)
+{
+    char expected[32];
+    for (int n : {0, 7, -7, 10, -10, 42, 1000000, INT_MAX, INT_MIN, INT_MIN + 1}) {
+        snprintf(expected, sizeof expected, "%d", n);
+        EXPECT_STREQ(fmt_int(n), expected);
+    }
+    for (unsigned long n : {0ul, 9ul, 4000000000ul, ULONG_MAX}) {
+        snprintf(expected, sizeof expected, "%lu", n);
+        EXPECT_STREQ(fmt_ulong(n), expected);
+    }
 }
 
 TEST(File, ReadDropsCarriageReturnsAndComments)
