@@ -10,6 +10,7 @@
 // without copying the rest of the text for every call.
 #include "interp/registry.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -63,9 +64,13 @@ void registry_add(const op_row* row, const char* source)
 
 void registry_add_family(const op_row* rows, size_t count, const char* source)
 {
-    if (family_count == MAX_FAMILIES)
-        fatal_log("more than %d operator families registered", MAX_FAMILIES);
-    families[family_count++] = {rows, count, source};
+    // A table registered again (the families are, by every register_all_operators) is noted once.
+    if (std::none_of(families, families + family_count,
+                     [rows](const operator_family& family) { return family.rows == rows; })) {
+        if (family_count == MAX_FAMILIES)
+            fatal_log("more than %d operator families registered", MAX_FAMILIES);
+        families[family_count++] = {rows, count, source};
+    }
     for (size_t i = 0; i < count; i++)
         registry_add(&rows[i], source);
 }
