@@ -5,7 +5,8 @@
 
 namespace {
 
-shared_library library("crypt", "TESSEL_CRYPT_LIBRARY", CRYPT_LIBRARY);
+constexpr const char* CRYPT_FILES[] = {CRYPT_LIBRARY, nullptr};
+shared_library library("crypt", "TESSEL_CRYPT_LIBRARY", CRYPT_FILES);
 crypt_library calls;
 
 bool look_up_all(shared_library& lib)

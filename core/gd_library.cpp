@@ -5,7 +5,8 @@
 
 namespace {
 
-shared_library library("gd", "TESSEL_GD_LIBRARY", GD_LIBRARY);
+constexpr const char* GD_FILES[] = {GD_LIBRARY, nullptr};
+shared_library library("gd", "TESSEL_GD_LIBRARY", GD_FILES);
 gd_library gd;
 
 bool look_up_all(shared_library& lib)

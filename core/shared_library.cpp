@@ -9,10 +9,9 @@ bool shared_library::open()
 {
     // A file named by the environment is the only one tried.
     const char* chosen = getenv(env_name_);
-    bool named = chosen && *chosen;
-    const char* const single[] = {named ? chosen : default_name_, nullptr};
-    const char* const* names = named || !default_names_ ? single : default_names_;
-    for (; *names && !handle_; names++) {
+    const char* const named[] = {chosen, nullptr};
+    for (const char* const* names = chosen && *chosen ? named : default_names_; *names && !handle_;
+         names++) {
         if (!**names)
             continue;
         handle_ = dlopen(*names, RTLD_NOW | RTLD_LOCAL);

@@ -11,16 +11,10 @@
 class shared_library {
 public:
     // what names the library in messages ("client", "gd"); the environment variable env_name,
-    // when set and not empty, names the file to open instead of default_name.
-    // Ownership: borrows all three for the life of the object (literals).
-    constexpr shared_library(const char* what, const char* env_name, const char* default_name)
-        : what_(what), env_name_(env_name), default_name_(default_name)
-    {
-    }
-    // As above, with files to try in order when the environment names none: the first that
-    // opens is the library, an empty name is skipped, a null ends the list, and a failure
-    // reports the last file tried. Ownership: borrows the list and its names for the life of
-    // the object; a name may be filled in before the first load.
+    // when set and not empty, names the one file to open. Otherwise the default files are
+    // tried in order: the first that opens is the library, an empty name is skipped, a null
+    // ends the list, and a failure reports the last file tried. Ownership: borrows all three
+    // and the names for the life of the object; a name may be filled in before the first load.
     constexpr shared_library(const char* what, const char* env_name,
                              const char* const* default_names)
         : what_(what), env_name_(env_name), default_names_(default_names)
@@ -57,8 +51,7 @@ private:
 
     const char* what_;
     const char* env_name_;
-    const char* default_name_ = nullptr;
-    const char* const* default_names_ = nullptr;
+    const char* const* default_names_;
     state state_ = state::not_tried;
     void* handle_ = nullptr; // stays open for the rest of the process, also after a failure
     char failure_[512] = {};

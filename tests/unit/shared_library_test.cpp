@@ -7,7 +7,8 @@
 
 TEST(SharedLibrary, FailureSaysWhyAndSticks)
 {
-    shared_library missing("x", "TESSEL_TEST_UNSET_VARIABLE", "/nonexistent/libx.so");
+    const char* const missing_file[] = {"/nonexistent/libx.so", nullptr};
+    shared_library missing("x", "TESSEL_TEST_UNSET_VARIABLE", missing_file);
     const char* error = nullptr;
     int look_ups = 0;
     auto count = [&](shared_library&) { return ++look_ups > 0; };
@@ -17,7 +18,8 @@ TEST(SharedLibrary, FailureSaysWhyAndSticks)
 
     // The C library is there, but it has no such call; the first failure is the answer for
     // good, without a second look-up.
-    shared_library lacking("c", "TESSEL_TEST_UNSET_VARIABLE", "libc.so.6");
+    const char* const c_library[] = {"libc.so.6", nullptr};
+    shared_library lacking("c", "TESSEL_TEST_UNSET_VARIABLE", c_library);
     void (*call)() = nullptr;
     auto look_up = [&](shared_library& lib) { return ++look_ups && lib.look_up(call, "no_such"); };
     EXPECT_FALSE(lacking.load(look_up, &error));
