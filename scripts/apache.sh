@@ -51,7 +51,7 @@ sanitizer_options() {
         [[ -z ${!name:-} ]] || passed+=("$name")
     done
     ((${#passed[@]})) || return 0
-    printf 'LoadModule env_module %s/mod_env.so\nPassEnv %s\n' "$MODULES" "${passed[*]}"
+    printf 'PassEnv %s\n' "${passed[*]}"
 }
 
 write_config() {
@@ -76,6 +76,7 @@ LoadModule alias_module $MODULES/mod_alias.so
 LoadModule actions_module $MODULES/mod_actions.so
 LoadModule cgid_module $MODULES/mod_cgid.so
 LoadModule dir_module $MODULES/mod_dir.so
+LoadModule env_module $MODULES/mod_env.so
 $(sanitizer_options)
 
 StartServers 1
@@ -108,7 +109,11 @@ ScriptAlias /cgi-bin/ "$dir/cgi-bin/"
     Require all granted
 </Directory>
 Action tessel-page /cgi-bin/tessel
-AddHandler tessel-page .html
+<FilesMatch "(?i)\.html\$">
+    SetHandler tessel-page
+</FilesMatch>
+# Pages run only when the server dispatched them through the handler above.
+SetEnv TESSEL_REQUIRE_REDIRECT 1
 
 # A site's private files are never served: macro, configuration and table files (names
 # beginning with "_"), .profile, counters, .htaccess, and the program's own logs, cache and chat.
