@@ -14,6 +14,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "cgi/dispatch.h"
 #include "cgi/form.h"
 #include "cgi/log.h"
 #include "cgi/request.h"
@@ -151,8 +152,7 @@ void render_page()
     req.page_path = str_dup(req.cgi.path_translated);
     if (!str_nonempty(req.request_uri) || !str_nonempty(req.page_path))
         fatal_error("%s", TESSEL_BANNER);
-    const char* script = req.cgi.script_name;
-    if (*script && strncmp(req.request_uri, script, strlen(script)) == 0)
+    if (dispatch_is_illegal_call(req.request_uri, req.cgi.script_name))
         fatal_error("illegal call");
 
     register_all_operators();
