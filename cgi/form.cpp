@@ -163,6 +163,21 @@ int find_empty_line(const char* body, int from, int to)
     return -1;
 }
 
+// The last path component of a client's file name, after its last "/" or "\\" (what browsers
+// send): a name never carries a folder into a path a page builds from it. "." and ".." name
+// folders, so they give "". Ownership: takes name, new result (never null).
+char* client_file_base(char* name)
+{
+    const char* base = str_or_empty(name);
+    for (const char* p = base; *p; p++)
+        if (*p == '/' || *p == '\\')
+            base = p + 1;
+    bool dots = strcmp(base, ".") == 0 || strcmp(base, "..") == 0;
+    char* result = str_dup(dots ? "" : base);
+    str_free(name);
+    return result;
+}
+
 // Stores one part whose header block is body[head, data) and whose data ends at end.
 void multipart_store_part(const char* body, int head, int data, int end)
 {
@@ -174,11 +189,8 @@ void multipart_store_part(const char* body, int head, int data, int end)
         return;
     }
     char* file_name = nullptr;
-    if (find_lowered(body + head, data - head, 0, " filename=") >= 0) {
-        file_name = header_value(body + head, data - head, " filename=");
-        if (!file_name)
-            file_name = str_dup("");
-    }
+    if (find_lowered(body + head, data - head, 0, " filename=") >= 0)
+        file_name = client_file_base(header_value(body + head, data - head, " filename="));
     char* value = str_copy_bytes(body + data, end - data);
     if (!file_name) // text arrives in the browser's code page; pages are in the source one
         charset_convert(value, req.output_charset, req.source_charset);

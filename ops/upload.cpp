@@ -29,14 +29,13 @@ char* upload_error(const char* field, const char* target, const char* reason)
     return str_join("[upload field '", field, "' to '", target, "' failed: ", reason, "]", nullptr);
 }
 
-// The client file name with blanks made "_", then cut after its last backslash.
-// Ownership: new result.
+// The client file name with blanks made "_". The form reader already kept only its last path
+// component, so it names no folder. Ownership: new result.
 char* upload_client_name(const form_entry* field)
 {
     char* name = str_dup(field->file_name);
     str_replace_char(name, ' ', '_');
-    const char* base = strrchr(name, '\\');
-    return base ? str_sub_take(name, base + 1 - name, strlen(base + 1)) : name;
+    return name;
 }
 
 // Creates every directory on the way to path (0775); failures are left to the write.
