@@ -16,6 +16,7 @@
 namespace {
 
 constexpr size_t LINE_SIZE = 1024;
+constexpr size_t SERVER_NAME_MAX = 100;
 
 // The one process-wide record of settings; no template means nothing is logged.
 struct resource_log_settings {
@@ -58,12 +59,29 @@ bool resource_log_expensive(const struct rusage& usage)
     return cpu > settings.cpu_threshold || memory > settings.memory_threshold;
 }
 
+// The server's name as it goes into the file name: letters (lower-cased), digits, "." and "-"
+// only, at most SERVER_NAME_MAX of them; "unknown" when none is left. A server may take the
+// name from the client's Host header, which must name no other file than a log.
+void resource_log_server_name(char (&name)[SERVER_NAME_MAX + 1])
+{
+    size_t size = 0;
+    for (const char* p = str_or_empty(getenv("SERVER_NAME")); *p && size < SERVER_NAME_MAX; p++) {
+        char c = *p >= 'A' && *p <= 'Z' ? (char)(*p - 'A' + 'a') : *p;
+        if ((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' || c == '-')
+            name[size++] = c;
+    }
+    name[size] = '\0';
+    if (size == 0)
+        strcpy(name, "unknown");
+}
+
 // Appends the line to the log of this server; a file that cannot be opened is skipped.
 void resource_log_append(const struct rusage& usage)
 {
-    const char* server = getenv("SERVER_NAME");
+    char server[SERVER_NAME_MAX + 1];
+    resource_log_server_name(server);
     char path[PATH_MAX];
-    resource_log_path(server ? server : "unknown", path);
+    resource_log_path(server, path);
     int fd = open(path, O_WRONLY | O_APPEND | O_CREAT, 0666);
     if (fd < 0)
         return;

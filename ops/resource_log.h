@@ -4,7 +4,8 @@
 // figure (the integral shared text, unshared data and unshared stack sizes of getrusage,
 // summed and divided by 1024) passes the memory threshold, appends
 // "[%d/%b/%Y %H:%M:%S] UUU.UUs SSS.SSs  TEXT DATA STACK REQUEST_URI" to the file named by the
-// path template with its "%s" replaced by SERVER_NAME ("unknown" when unset).
+// path template with its "%s" replaced by SERVER_NAME, of which only letters (lower-cased),
+// digits, "." and "-" are kept ("unknown" when nothing is left).
 #ifndef TESSEL_OPS_RESOURCE_LOG_H
 #define TESSEL_OPS_RESOURCE_LOG_H
 

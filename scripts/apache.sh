@@ -107,6 +107,8 @@ DocumentRoot "$site"
 ScriptAlias /cgi-bin/ "$dir/cgi-bin/"
 <Directory "$dir/cgi-bin">
     Require all granted
+    # SERVER_NAME is the configured name, not the client's Host header.
+    UseCanonicalName On
 </Directory>
 Action tessel-page /cgi-bin/tessel
 <FilesMatch "(?i)\.html\$">

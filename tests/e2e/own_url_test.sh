@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The example site as shipped, attacked through the program's own URL: a guestbook entry that
 # holds operator calls, and every spelling of /cgi-bin/tessel/ that the server still maps to
-# the program, must never get the entry run as a page. Only names ending in ".html" are pages.
+# the program, must never get the entry run as a page. Only names ending in ".html" are pages,
+# and the Host header does not become the server's name.
 # Usage: own_url_test.sh PROGRAM
 set -uo pipefail
 source "$(dirname "$0")/lib.sh" "$1"
@@ -36,4 +37,9 @@ for path in /gallery/x.html.gif /gallery/x.html.txt; do
     e2e_get "$path"
     check_equal "$path is sent as it is" '^eval[6*7]' "$(cat "$BODY")"
 done
+# SERVER_NAME, which names the resource log's file, is the server's own name whatever Host
+# the client sends.
+printf '^env[SERVER_NAME]\n' >"$SITE/name.html"
+e2e_get /name.html -H 'Host: visitor-1.example'
+check_equal "SERVER_NAME is the configured name" 127.0.0.1 "$(cat "$BODY")"
 e2e_finish

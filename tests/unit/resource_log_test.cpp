@@ -49,12 +49,19 @@ TEST_F(ResourceLog, ExpensiveRequestAppendsOneLineOnce)
     EXPECT_NE(read("unknown"), "");
 }
 
-TEST_F(ResourceLog, UnwritableFileIsIgnored)
+TEST_F(ResourceLog, ServerNameKeepsOnlyNameCharacters)
 {
-    setenv("SERVER_NAME", "x/y", 1); // names a folder that does not exist
+    // SERVER_NAME may come from the client's Host header.
+    setenv("SERVER_NAME", "../x/Shop.Example:80", 1);
     resource_log_setup(path_template().c_str(), -1, -1);
     resource_log_finish();
-    EXPECT_EQ(read("x/y"), "");
+    EXPECT_NE(read("..xshop.example80"), "");
+    setenv("SERVER_NAME", "/ ", 1);
+    resource_log_setup((dir_ + "/missing/rusage.%s.log").c_str(), -1, -1);
+    resource_log_finish(); // a file that cannot be opened is passed over
+    resource_log_setup(path_template().c_str(), -1, -1);
+    resource_log_finish();
+    EXPECT_NE(read("unknown"), "");
 }
 
 } // namespace
