@@ -1,12 +1,14 @@
 // Fuzz target: request decoding as the program entry does it (query string, then an
 // urlencoded or multipart body chosen by REQUEST_METHOD and CONTENT_TYPE, CONTENT_LENGTH bytes
-// of it read from standard input), then every lookup of the decoded entries.
+// of it read from standard input), then every lookup of the decoded entries; and the
+// illegal-call test with the query string as the request URI and the name as SCRIPT_NAME.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
+#include "cgi/dispatch.h"
 #include "cgi/form.h"
 #include "cgi/request.h"
 #include "core/str.h"
@@ -81,6 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         req.input_stream = input;
         if (read_form_input() == 0)
             look_up(name.c_str(), buffer_size);
+        dispatch_is_illegal_call(query.c_str(), name.c_str());
     });
     fclose(input);
     form_free_all();
