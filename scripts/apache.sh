@@ -60,7 +60,7 @@ write_config() {
     cat >"$dir/conf/httpd.conf" <<CONF
 # Private server for tessel, written by scripts/apache.sh.
 ServerRoot "$dir"
-ServerName 127.0.0.1
+ServerName 127.0.0.1:$port
 Listen 127.0.0.1:$port
 PidFile "$dir/run/httpd.pid"
 DefaultRuntimeDir "$dir/run"
