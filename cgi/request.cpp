@@ -18,6 +18,14 @@ const char* cgi_var(const char* name)
 
 } // namespace
 
+const char* request_remote_user()
+{
+    const char* user = cgi_var("REMOTE_USER");
+    if (*user || !str_equal(getenv("REDIRECT_STATUS"), "200"))
+        return user;
+    return cgi_var("REDIRECT_REMOTE_USER");
+}
+
 void request_init()
 {
     cgi_vars& c = req.cgi;
@@ -37,7 +45,7 @@ void request_init()
     if (!*c.remote_host)
         c.remote_host = c.remote_addr;
     c.auth_type = cgi_var("AUTH_TYPE");
-    c.remote_user = cgi_var("REMOTE_USER");
+    c.remote_user = request_remote_user();
     c.remote_ident = cgi_var("REMOTE_IDENT");
     c.content_type = cgi_var("CONTENT_TYPE");
     req.content_length = atoi(cgi_var("CONTENT_LENGTH"));

@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "cgi/request.h"
 #include "core/str.h"
 #include "interp/registry.h"
 #include "interp/request.h"
@@ -11,27 +12,44 @@ namespace {
 
 constexpr const char* NO_DECISION = nullptr;
 
-// The answer of one "require" line for needle (" user "): "yes", "no", or NO_DECISION when
-// the line is not a rule. The words must be separated by exactly one space.
-const char* access_rule_answer(const char* line, const char* needle)
+// With TESSEL_AUTH_NEEDS_USER=1 a visitor nobody signed in passes no rule, valid-user included.
+bool access_needs_user()
+{
+    return str_equal(getenv("TESSEL_AUTH_NEEDS_USER"), "1");
+}
+
+// Whether names (a "group" line's list, separated by single blanks) holds user as a whole
+// name. A listed name is never empty and holds no blank, so an empty user and a user such as
+// "ann joe" match none, whatever extra blanks the line has.
+bool access_listed(const char* names, const char* user)
+{
+    if (!*user || strchr(user, ' '))
+        return false;
+    str_holder needle(str_join(" ", user, " ", nullptr));
+    str_holder listed(str_join(" ", names, " ", nullptr));
+    return str_find(listed.get(), needle.get()) != nullptr;
+}
+
+// The answer of one "require" line for user: "yes", "no", or NO_DECISION when the line is not
+// a rule. The words must be separated by exactly one space.
+const char* access_rule_answer(const char* line, const char* user)
 {
     if (!str_starts_with(line, "require "))
         return NO_DECISION;
     const char* second = line + strlen("require ");
     if (strcmp(second, "valid-user") == 0 || str_starts_with(second, "valid-user "))
-        return "yes";
+        return *user || !access_needs_user() ? "yes" : "no";
     if (strcmp(second, "group") != 0 && !str_starts_with(second, "group "))
         return NO_DECISION;
-    const char* users = second[5] ? second + 6 : "";
-    str_holder listed(str_join(" ", users, " ", nullptr));
-    return str_find(listed.get(), needle) ? "yes" : "no";
+    const char* names = second[5] ? second + 6 : "";
+    return access_listed(names, user) ? "yes" : "no";
 }
 
 // The answer of the first deciding line of a rule file's text, or NO_DECISION.
-const char* access_file_answer(char* text, const char* needle)
+const char* access_file_answer(char* text, const char* user)
 {
     for (char* cursor = text; cursor;) {
-        const char* answer = access_rule_answer(str_take_token(cursor, '\n'), needle);
+        const char* answer = access_rule_answer(str_take_token(cursor, '\n'), user);
         if (answer)
             return answer;
     }
@@ -42,9 +60,8 @@ const char* access_file_answer(char* text, const char* needle)
 // from the first .htaccess that decides; nothing when none does.
 char* op_auth(int count, char** params)
 {
-    const char* user = param_text(count, params, 0);
+    const char* user = str_or_empty(param_text(count, params, 0));
     const char* path = param_text(count, params, 1);
-    str_holder needle(str_join(" ", str_or_empty(user), " ", nullptr));
     const char* root = getenv("DOCUMENT_ROOT");
     str_holder start(str_nonempty(path) && path[0] == '/'
                          ? str_join(str_or_empty(root), path, nullptr)
@@ -55,17 +72,18 @@ char* op_auth(int count, char** params)
         str_holder text(read_file(file.get(), false, false));
         if (!text.get())
             continue;
-        const char* answer = access_file_answer(text.get(), needle.get());
+        const char* answer = access_file_answer(text.get(), user);
         if (answer)
             return str_dup(answer);
     }
     return nullptr;
 }
 
-// user[]: the name the web server authenticated, or nothing.
+// user[]: the name the web server authenticated, or nothing; see request_remote_user for a
+// page the server reached through its page handler.
 char* op_user(int, char**)
 {
-    return str_dup(getenv("REMOTE_USER"));
+    return str_dup(request_remote_user());
 }
 
 } // namespace
