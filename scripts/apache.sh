@@ -77,6 +77,10 @@ LoadModule actions_module $MODULES/mod_actions.so
 LoadModule cgid_module $MODULES/mod_cgid.so
 LoadModule dir_module $MODULES/mod_dir.so
 LoadModule env_module $MODULES/mod_env.so
+LoadModule auth_basic_module $MODULES/mod_auth_basic.so
+LoadModule authn_core_module $MODULES/mod_authn_core.so
+LoadModule authn_file_module $MODULES/mod_authn_file.so
+LoadModule authz_user_module $MODULES/mod_authz_user.so
 $(sanitizer_options)
 
 StartServers 1
@@ -101,6 +105,8 @@ DirectoryIndex index.html
 DocumentRoot "$site"
 <Directory "$site">
     Options None
+    # A site's .htaccess may ask for a password (AuthType, AuthUserFile, Require); nothing else.
+    AllowOverride AuthConfig
     Require all granted
 </Directory>
 # The deployment of tessel: the program in cgi-bin, and every page handed to it.
@@ -116,6 +122,8 @@ Action tessel-page /cgi-bin/tessel
 </FilesMatch>
 # Pages run only when the server dispatched them through the handler above.
 SetEnv TESSEL_REQUIRE_REDIRECT 1
+# A visitor nobody signed in passes no rule of auth, not even require valid-user.
+SetEnv TESSEL_AUTH_NEEDS_USER 1
 
 # A site's private files are never served: macro, configuration and table files (names
 # beginning with "_"), .profile, counters, .htaccess, and the program's own logs, cache and chat.

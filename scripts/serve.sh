@@ -12,8 +12,8 @@ source scripts/packages.sh
 port=${PORT:-8080}
 db_port=${DB_PORT:-3307}
 
-ensure_packages build-essential cmake python3 apache2 curl mariadb-server libmariadb-dev \
-    libgd-dev libcrypt-dev
+ensure_packages build-essential cmake python3 apache2 apache2-utils curl mariadb-server \
+    libmariadb-dev libgd-dev libcrypt-dev
 
 build=${BUILD_DIR:-build}
 cmake -S . -B "$build" -DBUILD_TESTING=OFF >/dev/null
@@ -43,12 +43,19 @@ fi
 site=$work/site
 cp -R examples/site "$site"
 chmod -R a+rwX "$site"
+# The members' area asks the server for a password: the copy reads a password file made here,
+# with one member (joe) and one signed-in visitor who is not a member (zed).
+htpasswd -c -b "$work/members.passwd" joe tea 2>/dev/null
+htpasswd -b "$work/members.passwd" zed tea 2>/dev/null
+chmod 644 "$work/members.passwd"
+sed -i "s|^AuthUserFile .*|AuthUserFile $work/members.passwd|" "$site/members/.htaccess"
 scripts/apache.sh start "$work/apache" "$site" "$build/tessel" "$port" >/dev/null
 # The program's working folder is the server's cgi-bin; its .profile passes the database on.
 if [[ -n $db ]]; then printf 'TESSEL_DB=%s\n' "$db" >"$work/apache/cgi-bin/.profile"; fi
 
 echo "serving a copy of examples/site on http://127.0.0.1:$port/"
 if [[ -n $db ]]; then echo "sample database: $db"; fi
+echo "members' area: sign in as joe (a member) or zed (not one), password tea"
 echo "program logs: $work/apache/cgi-bin/error_log, server logs: $work/apache/logs/"
 echo "press Ctrl-C to stop"
 sleep infinity &

@@ -15,7 +15,7 @@ source scripts/packages.sh
 # version manager's shims (a python3 that takes seconds to start) must not stand in for them.
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin:$PATH
 
-ensure_packages build-essential cmake libgtest-dev python3 apache2 mariadb-server \
+ensure_packages build-essential cmake libgtest-dev python3 apache2 apache2-utils mariadb-server \
     libmariadb-dev libgd-dev libcrypt-dev curl clang-format git python3-pil strace
 # The mail tests need a local mail transfer agent, set up for local delivery only.
 bash scripts/mail.sh install || echo "no mail agent: the mail tests will be skipped"

@@ -37,7 +37,9 @@ check_renders /
 links=$(grep -o 'href="[a-z_]*\.html"' "$BODY" | sed 's/href="\(.*\)"/\1/')
 check_equal "the welcome page links the example pages" \
     "tables.html loops.html form.html text.html guestbook.html gallery.html download.html contact.html calendar.html sql.html images.html chat.html thread.html" "$(echo $links)"
-check_renders /members/
+# The members' area asks for a password; members_test.sh signs in.
+e2e_get /members/
+check_equal "/members/ asks for a password" 401 "$STATUS"
 for page in $links; do
     if [[ $page != sql.html || -n $db ]]; then check_renders "/$page"; fi
 done
