@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "cgi/response.h"
 #include "core/str.h"
 #include "interp/request.h"
 
@@ -17,12 +18,12 @@ void fatal_error(const char* format, ...)
     vsnprintf(message, sizeof message, format, args);
     va_end(args);
     log_line(LOG_ERROR, "%s", message);
-    FILE* out = req.output_stream ? req.output_stream : stdout;
-    fprintf(out,
-            "Content-type: text/html\n\n"
-            "<html><head><title>Error!</title></head><body bgcolor=white><h2>\n"
-            "%s</h2></body></html>\n",
-            message);
+    response_header("Content-type", "text/html");
+    response_end_header();
+    FILE* out = response_stream();
+    fputs("<html><head><title>Error!</title></head><body bgcolor=white><h2>\n", out);
+    fputs(message, out);
+    fputs("</h2></body></html>\n", out);
     fflush(out);
     exit(253);
 }

@@ -116,6 +116,25 @@ char* escape_take(char* text)
     return escaped;
 }
 
+char* url_encode(const char* text, url_style style)
+{
+    bool cookie = style == url_style::COOKIE;
+    const char* digits = cookie ? "0123456789ABCDEF" : "0123456789abcdef";
+    str_builder out;
+    for (const unsigned char* p = (const unsigned char*)str_or_empty(text); *p; p++) {
+        bool kept = !needs_url_escape(*p) && (cookie || !strchr("_-.", *p));
+        if (*p == ' ') {
+            out.append('+');
+        } else if (kept) {
+            out.append((char)*p);
+        } else {
+            const char hex[3] = {'%', digits[*p >> 4], digits[*p & 15]};
+            out.append(hex, sizeof hex);
+        }
+    }
+    return out.take(true);
+}
+
 char* url_decode(const char* text)
 {
     if (!text)

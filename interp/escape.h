@@ -51,7 +51,18 @@ char* escape_apply(char* text, bool tab_fix);
 // Ownership: takes text, new result.
 char* escape_take(char* text);
 
-// ---- URL decoding -----------------------------------------------------------------------
+// ---- URL encoding and decoding ----------------------------------------------------------
+
+// The two ways a value is URL-encoded. Both keep ASCII letters and digits, write a blank as
+// "+" and every other byte as "%" and two hexadecimal digits.
+enum class url_style {
+    FORM,   // lower-case digits, and "_", "-" and "." escaped too: "a_b/c" gives "a%5fb%2fc"
+    COOKIE, // upper-case digits, and what needs_url_escape passes kept: "a_b/c" gives "a_b%2Fc"
+};
+
+// text URL-encoded in the given style; null for null or empty text.
+// Ownership: borrows text, new result.
+char* url_encode(const char* text, url_style style);
 
 // "+" becomes a blank and "%" with two following characters becomes the byte
 // 16 * first + second, each digit its position in "0123456789ABCDEF" after upper-casing

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "cgi/response.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "interp/registry.h"
@@ -14,29 +15,9 @@ namespace {
 
 constexpr int DEFAULT_DAYS = 90;
 constexpr long SECONDS_PER_DAY = 86400;
-constexpr const char* HEX_DIGITS = "0123456789ABCDEF";
 constexpr const char* WEEKDAYS[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
 constexpr const char* MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                   "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-
-// A cookie name or value: bytes that need escaping become "%XY" (upper-case digits), a blank
-// becomes
-// "+", the rest stay. Ownership: borrows value, new result.
-char* cookie_encode(const char* value)
-{
-    str_builder out;
-    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(str_or_empty(value)); *p;
-         p++) {
-        if (needs_url_escape(*p)) {
-            out.append('%');
-            out.append(HEX_DIGITS[*p >> 4]);
-            out.append(HEX_DIGITS[*p & 15]);
-        } else {
-            out.append(*p == ' ' ? '+' : static_cast<char>(*p));
-        }
-    }
-    return out.take(false);
-}
 
 // "; expires=Wed, 01-Jan-2025 00:00:00 GMT" for days from now, in UTC.
 void cookie_expires(char* buffer, size_t size, int days)
@@ -56,13 +37,10 @@ void cookie_write(int count, char** params)
     if (!str_nonempty(name))
         return;
     int days = count >= 3 ? param_int(count, params, 2) : DEFAULT_DAYS;
-    str_holder encoded_name(cookie_encode(name));
-    str_holder value(cookie_encode(param_text(count, params, 1)));
     char expires[128] = "";
     if (days != 0)
         cookie_expires(expires, sizeof expires, days);
-    FILE* out = req.output_stream ? req.output_stream : stdout;
-    fprintf(out, "Set-Cookie: %s=%s; path=/%s\n", encoded_name.get(), value.get(), expires);
+    response_set_cookie(name, param_text(count, params, 1), expires);
 }
 
 // The value of the named cookie in HTTP_COOKIE, cut at its first blank, decoded and escaped;

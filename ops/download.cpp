@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "cgi/response.h"
 #include "core/log.h"
 #include "core/table.h"
 #include "interp/macros.h"
@@ -12,7 +13,6 @@
 
 namespace {
 
-constexpr int HEADER_BUFFER = 1024; // the header block is cut at this many bytes
 constexpr const char* DEFAULT_TYPE = "application/octet-stream";
 
 // The part of name after its last "/", or "noname.dat" when that is empty. Ownership: view.
@@ -47,12 +47,10 @@ char* download_listed_type(const char* name)
 // Prints the header block and the bytes; the page itself is not printed after them.
 void download_send(const char* type, const char* name, const char* data, int size)
 {
-    char header[HEADER_BUFFER];
-    snprintf(header, sizeof header,
-             "Content-type: %s\nContent-length: %d\nContent-Disposition: filename=\"%s\"\n\n", type,
-             size, name);
-    fputs(header, req.output_stream);
-    fwrite(data, 1, size, req.output_stream);
+    response_content(type, size);
+    response_filename(name);
+    response_end_header();
+    fwrite(data, 1, size, response_stream());
     req.output_enabled = false;
 }
 

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include "cgi/response.h"
 #include "core/gd_library.h"
 #include "core/image_size.h"
 #include "core/log.h"
@@ -303,9 +304,10 @@ char* op_gif_template(int count, char** params)
         if (!file)
             return page_error("[gif_template: write error]");
     } else {
-        fputs("Content-type: image/gif\n\n", req.output_stream);
+        response_header("Content-type", "image/gif");
+        response_end_header();
     }
-    FILE* out = file ? file.get() : req.output_stream;
+    FILE* out = file ? file.get() : response_stream();
     gif_render(template_path.get(), param_text(count, params, 1), font, out);
     fflush(out);
     if (!file)

@@ -8,6 +8,7 @@
 
 #include "cgi/charset.h"
 #include "cgi/form.h"
+#include "cgi/response.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "interp/registry.h"
@@ -17,7 +18,6 @@
 namespace {
 
 constexpr int MAX_FIELD_LENGTH = 0x7FFFF; // longer values are refused by `form`
-constexpr int HEADER_BUFFER = 1024;       // a header line is cut at this many bytes
 
 // The outcome of a field fetch: the value (null when absent) or "too long".
 struct field_fetch {
@@ -154,20 +154,15 @@ char* op_browser(int count, char** params)
 char* op_header(int count, char** params)
 {
     const char* name = param_text(count, params, 0);
-    char* value = params[1];
-    str_replace_char(value, '\n', ' ');
+    const char* value = param_text(count, params, 1);
     if (!str_nonempty(name))
         return nullptr;
-    if (strcasecmp(name, "content-type") == 0) {
-        if (!str_nonempty(value))
-            return nullptr;
+    if (strcasecmp(name, "content-type") != 0) {
+        response_header(name, value);
+    } else if (str_nonempty(value)) {
         str_free(req.content_type);
         req.content_type = str_dup(value);
-        return nullptr;
     }
-    char line[HEADER_BUFFER];
-    snprintf(line, sizeof line, "%s: %s\n", name, str_or_empty(value));
-    fputs(line, req.output_stream ? req.output_stream : stdout);
     return nullptr;
 }
 

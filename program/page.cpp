@@ -18,6 +18,7 @@
 #include "cgi/form.h"
 #include "cgi/log.h"
 #include "cgi/request.h"
+#include "cgi/response.h"
 #include "core/log.h"
 #include "core/str.h"
 #include "interp/macros.h"
@@ -163,15 +164,11 @@ void render_page()
         fatal_error("unable to print %s", req.page_path);
 
     if (req.output_enabled) {
-        // Pieces rather than one fprintf: a small page then needs no formatted printing.
+        // The header goes out in pieces (cgi/response.h): a small page needs no printf.
         size_t length = strlen(page);
-        FILE* out = req.output_stream;
-        fputs("Content-type: ", out);
-        fputs(response_content_type(), out);
-        fputs("\nContent-length: ", out);
-        fputs(fmt_int((int)length), out);
-        fputs("\n\n", out);
-        fwrite(page, 1, length, out);
+        response_content(response_content_type(), (int)length);
+        response_end_header();
+        fwrite(page, 1, length, response_stream());
     }
     str_free(page);
     str_free(req.request_uri);

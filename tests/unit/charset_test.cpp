@@ -1,4 +1,4 @@
-// Code pages (checked against the system's iconv), Cyrillic case, URL encoding, header writers.
+// Code pages (checked against the system's iconv) and the Cyrillic case rule.
 #include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -60,36 +60,21 @@ unsigned char convert_byte(unsigned char b, int from, int to)
     return (unsigned char)text[0];
 }
 
-// Saves and restores the parts of the request record these tests change.
+// Saves and restores the code pages these tests change.
 class Charset : public testing::Test {
 protected:
     void SetUp() override
     {
-        saved_stream_ = req.output_stream;
         saved_source_ = req.source_charset;
         saved_output_ = req.output_charset;
-        stream_ = open_memstream(&buffer_, &size_);
-        req.output_stream = stream_;
     }
     void TearDown() override
     {
-        fclose(stream_);
-        free(buffer_);
-        req.output_stream = saved_stream_;
         req.source_charset = saved_source_;
         req.output_charset = saved_output_;
     }
-    std::string written()
-    {
-        fflush(stream_);
-        return std::string(buffer_, size_);
-    }
-    FILE* saved_stream_ = nullptr;
     int saved_source_ = 0;
     int saved_output_ = 0;
-    FILE* stream_ = nullptr;
-    char* buffer_ = nullptr;
-    size_t size_ = 0;
 };
 
 TEST(CharsetTables, EveryByteMatchesIconvBothWays)
@@ -169,31 +154,6 @@ TEST_F(Charset, CaseBitFollowsSourcePageOnEveryHighByte)
         EXPECT_EQ(own(charset_case(str_dup(sample), false)), "aZ\xE1\xE1\xA0\xA0") << page;
     }
     EXPECT_EQ(charset_case(nullptr, true), nullptr);
-}
-
-TEST(UrlEncode, KeepsOnlyAsciiLettersAndDigits)
-{
-    // clang-format off
-    const std::pair<const char*, const char*> texts[] = {
-        {"a b/c", "a+b%2fc"}, {"Az09", "Az09"}, {"_-.~", "%5f%2d%2e%7e"},
-        {"\xE0\xFF\x01", "%e0%ff%01"}, {"  ", "++"}, {"", "(null)"}, {nullptr, "(null)"}};
-    // clang-format on
-    for (auto [text, encoded] : texts)
-        EXPECT_EQ(own(url_encode(text)), encoded);
-}
-
-TEST_F(Charset, HeaderWritersPrintExactLines)
-{
-    write_location("http://x/y?a=1");
-    write_status(302, "Found");
-    write_content_type("text/plain");
-    write_cookie("my id", "a b/c", "shop");
-    write_cookie("n", nullptr, nullptr);
-    EXPECT_EQ(written(), "Location: http://x/y?a=1\n\n"
-                         "Status: 302 Found\n\n"
-                         "Content-type: text/plain\n\n"
-                         "Set-Cookie: my+id=a+b%2fc; path=/shop\n"
-                         "Set-Cookie: n=; path=/\n");
 }
 
 } // namespace
