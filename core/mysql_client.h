@@ -17,6 +17,12 @@ constexpr const char* MYSQL_CLIENT_LIBRARY = "libmariadb.so.3";
 struct mysql_conn;   // the client's connection object
 struct mysql_result; // a stored result set
 
+// mariadb_get_infov's query for the server status flags that the connection's last reply
+// carried (an unsigned), and the flag among them saying that the session's sql_mode holds
+// NO_BACKSLASH_ESCAPES: a backslash in a string literal is then an ordinary character.
+constexpr int MYSQL_INFO_SERVER_STATUS = 30;
+constexpr unsigned MYSQL_STATUS_NO_BACKSLASH_ESCAPES = 512;
+
 // The start of the client's field description: its first member is the field's name.
 struct mysql_field_head {
     char* name;
@@ -38,6 +44,7 @@ struct mysql_client {
     mysql_field_head* (*fetch_field)(mysql_result* result);
     char** (*fetch_row)(mysql_result* result);
     void (*free_result)(mysql_result* result);
+    char (*get_info)(mysql_conn* conn, int what, void* value, ...); // non-zero on failure
 };
 
 // The client calls, loaded on the first call of the process. Null when the library or one

@@ -1,6 +1,7 @@
 // SQL: `server` holds one MySQL connection for the span of its body, `sql` runs a query on it
 // and leaves the result set as the current table.
 #include <cstdlib>
+#include <cstring>
 
 #include "cgi/charset.h"
 #include "core/log.h"
@@ -25,11 +26,24 @@ constexpr unsigned DEFAULT_PORT = 3306;
 const mysql_client* client = nullptr;
 mysql_conn* connection = nullptr;
 
-// What a query gives: a table for a result set, or the failure text "[sql WHAT error:
-// MESSAGE]"; neither for a statement without a result set. Both are owned by the receiver.
+// Whether the connection's status flags tell the session's sql_mode. The flags come with each
+// reply; those of the connect reply predate the server's init_connect statements, which may
+// change the mode, so only a completed statement's flags are trusted.
+bool status_known = false;
+
+// Drops NO_BACKSLASH_ESCAPES from the session's sql_mode and keeps the rest. Holds no
+// backslash, so it reads the same in either mode.
+constexpr const char* SQL_BACKSLASH_ESCAPES_ON =
+    "SET SESSION sql_mode = TRIM(BOTH ',' FROM REPLACE(CONCAT(',', @@SESSION.sql_mode, ','), "
+    "',NO_BACKSLASH_ESCAPES,', ','))";
+
+// What a query gives: a table for a result set, or a failure (the step WHAT and the client's
+// MESSAGE); neither for a statement without a result set. Rows and message are owned by the
+// receiver.
 struct sql_result {
     table* rows = nullptr;
-    char* error = nullptr;
+    const char* what = nullptr;
+    char* message = nullptr;
 };
 
 // The parts of a connection string user:password@host:port/database; absent parts are null.
@@ -56,15 +70,20 @@ sql_target sql_parse_target(char* text)
     return target;
 }
 
-// Logs "sql WHAT error: MESSAGE" and returns "[sql WHAT error: MESSAGE]". The message is the
-// client's last error, or "not connected" without a connection, unless one is given.
-// Ownership: new result.
-char* sql_report_error(const char* what, const char* message = nullptr)
+// Logs "sql WHAT error: MESSAGE" and returns MESSAGE: the client's last error, or "not
+// connected" without a connection, unless one is given. Ownership: new result.
+char* sql_log_error(const char* what, const char* message = nullptr)
 {
     if (!message)
         message = connection ? client->error(connection) : "not connected";
     log_line(LOG_ERROR, "sql %s error: %s", what, message);
-    return str_join("[sql ", what, " error: ", message, "]", nullptr);
+    return str_dup(message);
+}
+
+// A failed step of a query, logged. Ownership: new message.
+sql_result sql_query_error(const char* what)
+{
+    return {nullptr, what, sql_log_error(what)};
 }
 
 void sql_disconnect()
@@ -80,16 +99,19 @@ void sql_disconnect()
 char* sql_connect(const sql_target& target)
 {
     sql_disconnect();
+    status_known = false;
     const char* load_error = nullptr;
     client = mysql_client_load(&load_error);
-    if (!client)
-        return sql_report_error("connect", load_error);
-    connection = client->init(nullptr);
-    if (connection &&
-        client->real_connect(connection, target.host, target.user, target.password, target.database,
-                             target.port ? target.port : DEFAULT_PORT, nullptr, 0))
-        return nullptr;
-    return sql_report_error("connect");
+    if (client) {
+        connection = client->init(nullptr);
+        if (connection &&
+            client->real_connect(connection, target.host, target.user, target.password,
+                                 target.database, target.port ? target.port : DEFAULT_PORT, nullptr,
+                                 0))
+            return nullptr;
+    }
+    str_holder message(sql_log_error("connect", client ? nullptr : load_error));
+    return str_join("[sql connect error: ", message.get(), "]", nullptr);
 }
 
 // Closes the connection when the `server` call is left, also by a lock violation out of the
@@ -143,22 +165,49 @@ table* sql_shape_result(mysql_result* result)
     return shaped;
 }
 
+// Whether the session may read backslashes as ordinary characters: unknown until a statement
+// has completed, then as its status flags say (a page may set sql_mode itself).
+bool sql_backslashes_literal()
+{
+    unsigned status = 0;
+    return !status_known || client->get_info(connection, MYSQL_INFO_SERVER_STATUS, &status) != 0 ||
+           (status & MYSQL_STATUS_NO_BACKSLASH_ESCAPES);
+}
+
+// Makes the backslashes that the "sql" escaping puts before quotes hold for query. Only a
+// query holding a backslash reads differently in NO_BACKSLASH_ESCAPES, so the mode is turned
+// off, one statement, just before the first such query of a connection and again whenever
+// the status says it came back. False when that fails.
+bool sql_keep_backslash_escapes(const char* query)
+{
+    if (!strchr(query, '\\') || !sql_backslashes_literal())
+        return true;
+    if (client->query(connection, SQL_BACKSLASH_ESCAPES_ON) != 0)
+        return false;
+    status_known = true;
+    return true;
+}
+
 // Runs one query (recoded in place to the database code page): its table, its error, or
 // neither for a statement without a result set.
 sql_result sql_run_query(char* query)
 {
     if (!connection)
-        return {nullptr, sql_report_error("query")};
+        return sql_query_error("query");
     charset_convert(query, req.source_charset, DATABASE_CHARSET);
-    if (client->query(connection, query) != 0)
-        return {nullptr, sql_report_error("query")};
+    if (!sql_keep_backslash_escapes(query) || client->query(connection, query) != 0)
+        return sql_query_error("query");
     mysql_result* result = client->store_result(connection);
-    if (!result)
-        return {nullptr,
-                client->field_count(connection) ? sql_report_error("store query result") : nullptr};
+    if (!result) {
+        if (client->field_count(connection))
+            return sql_query_error("store query result");
+        status_known = true;
+        return {};
+    }
+    status_known = true;
     table* shaped = sql_shape_result(result);
     client->free_result(result);
-    return {shaped, nullptr};
+    return {shaped};
 }
 
 // The query text with " limit OFFSET,COUNT" when either is non-zero. Ownership: takes query,
@@ -174,13 +223,30 @@ char* sql_add_limit(char* query, int count, int offset)
     return limited;
 }
 
-// The failure text of `sql`; also drops the current table so that no stale result is read.
-// Ownership: borrows both, new result.
-char* sql_failure(const char* query, const char* error)
+// The failure text of `sql`, "[query "QUERY" [sql WHAT error: MESSAGE]]", with the query and
+// the message escaped by the mode in force: a value that breaks the query, which the
+// server's message may quote, is data in the page too. Also drops the current table so that
+// no stale result is read. Ownership: borrows query, takes message, new result.
+char* sql_failure(const char* query, const char* what, char* message)
 {
-    str_holder text(str_join("[query \"", query, "\" ", error, "]", nullptr));
+    str_holder shown_message(escape_take(message));
+    str_holder shown_query(escape_take(str_dup(query)));
+    str_holder text(str_join("[query \"", shown_query.get(), "\" [sql ", what,
+                             " error: ", shown_message.get(), "]]", nullptr));
     req.tables->remove_current();
     return text.release();
+}
+
+// The query text, expanded with every inserted value escaped for SQL, and its limit clause
+// from the expanded row count and offset. Ownership: new result.
+char* sql_expand_query(int count, char** params)
+{
+    escape_mode_scope sql_mode(ESCAPE_MODE_SQL);
+    str_holder query(expand_copy(param_text(count, params, 0)));
+    int rows = expand_param_int(count, params, 1);
+    int offset = expand_param_int(count, params, 2);
+    char* limited = sql_add_limit(query.release(), rows, offset);
+    return limited ? limited : str_dup("");
 }
 
 char* op_server(int, char** params)
@@ -194,18 +260,10 @@ char* op_server(int, char** params)
 
 char* op_sql(int count, char** params)
 {
-    escape_mode_scope sql_mode(ESCAPE_MODE_SQL);
-    str_holder query(expand_copy(param_text(count, params, 0)));
-    int rows = expand_param_int(count, params, 1);
-    int offset = expand_param_int(count, params, 2);
-    query.reset(sql_add_limit(query.release(), rows, offset));
-    if (!query.get())
-        query.reset(str_dup(""));
+    str_holder query(sql_expand_query(count, params));
     sql_result result = sql_run_query(query.get());
-    if (result.error) {
-        str_holder error(result.error);
-        return sql_failure(query.get(), error.get());
-    }
+    if (result.message)
+        return sql_failure(query.get(), result.what, result.message);
     store_current_table(result.rows);
     return nullptr;
 }

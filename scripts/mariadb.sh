@@ -11,7 +11,9 @@
 # keeps no file outside DIR and reads no option file. The sample database is "tessel", its
 # user "tessel" with the password "tessel-pw" (and "reader", password "se:cret", who may only
 # read). The tables are stored in KOI8-R and every connection of these users talks KOI8-R, the
-# code page tessel expects from the database.
+# code page tessel expects from the database. Sessions of the read-only user "literal",
+# password "literal-pw", start in sql_mode NO_BACKSLASH_ESCAPES, set by the server's
+# init_connect after the connection is made, as a site's server may do.
 set -eu
 
 DB_NAME=tessel
@@ -79,7 +81,8 @@ do_start() {
         --socket="$dir/mariadbd.sock" --pid-file="$dir/mariadbd.pid" --log-error="$dir/mariadbd.log" \
         --character-set-server=koi8r --collation-server=koi8r_general_ci \
         --skip-log-bin --skip-name-resolve --innodb-buffer-pool-size=16M --innodb-log-file-size=8M --max-connections=50 \
-        --init-connect='SET NAMES koi8r' >/dev/null 2>&1 &
+        --init-connect="SET NAMES koi8r, sql_mode = IF(CURRENT_USER() LIKE 'literal@%', CONCAT(@@sql_mode, ',NO_BACKSLASH_ESCAPES'), @@sql_mode)" \
+        >/dev/null 2>&1 &
     server_pid=$!
 
     i=0
@@ -101,6 +104,8 @@ do_start() {
         # A read-only user whose password holds a colon.
         echo "CREATE USER 'reader'@'127.0.0.1' IDENTIFIED BY 'se:cret';"
         echo "GRANT SELECT ON $DB_NAME.* TO 'reader'@'127.0.0.1';"
+        echo "CREATE USER 'literal'@'127.0.0.1' IDENTIFIED BY 'literal-pw';"
+        echo "GRANT SELECT ON $DB_NAME.* TO 'literal'@'127.0.0.1';"
         echo "USE $DB_NAME;"
         sample_sql
     } | "$client" --no-defaults --socket="$dir/mariadbd.sock" -uroot --default-character-set=koi8r ||
