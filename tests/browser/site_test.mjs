@@ -21,7 +21,12 @@ const browser = await chromium.launch({
   args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
     '--disable-background-networking', '--disable-component-update', '--disable-sync'],
 });
-const context = await browser.newContext({ viewport: { width: 1100, height: 800 } });
+// MEMBER (name:password) answers the members' area's password prompt.
+const [user, password] = (process.env.MEMBER || ':').split(':');
+const context = await browser.newContext({
+  viewport: { width: 1100, height: 800 },
+  httpCredentials: { username: user, password },
+});
 const page = await context.newPage();
 let consoleErrors = [];
 page.on('console', (m) => { if (m.type() === 'error') consoleErrors.push(m.text()); });

@@ -39,7 +39,10 @@ cp "$here/site_test.mjs" "$modules/"
 
 # A copy the server's user may write to: the guestbook, the gallery and the counters change.
 cp -R "$E2E_ROOT/examples/site/." "$SITE/"
-chmod -R a+rwX "$SITE"
+# The members' area asks for a password: the browser signs in as the member joe.
+htpasswd -c -b "$WORK/members.passwd" joe tea 2>/dev/null || fail "htpasswd failed"
+sed -i "s|^AuthUserFile .*|AuthUserFile $WORK/members.passwd|" "$SITE/members/.htaccess"
+chmod -R a+rwX "$SITE" "$WORK/members.passwd"
 e2e_start
 if command -v mariadbd >/dev/null || [[ -x /usr/sbin/mariadbd ]]; then
     e2e_stop_more() { sh "$E2E_ROOT/scripts/mariadb.sh" stop "$WORK/mariadb"; }
@@ -50,7 +53,7 @@ fi
 shots=$build/browser/screenshots
 rm -rf "$shots"
 # Every page of the menu must be reached by following links from the start page.
-SITE_PAGES=$(sed -n 's/^\(\/[^\t]*\)\t.*/\1/p' "$SITE/_menu" | tr '\n' ' ') \
+MEMBER=joe:tea SITE_PAGES=$(sed -n 's/^\(\/[^\t]*\)\t.*/\1/p' "$SITE/_menu" | tr '\n' ' ') \
     node "$modules/site_test.mjs" "$BASE" "$shots" "$chrome" "$E2E_ROOT/examples/site/images/button.gif" ||
     fail "the browser found faults (above)"
 echo "screenshots: $shots"
