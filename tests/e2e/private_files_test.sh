@@ -46,7 +46,9 @@ if [[ -f $CGI_BIN/tessel-mysql.so ]]; then
         fail "the client module is not served (status $STATUS)"
     fi
 fi
-# The shipped configuration refuses the same names.
-check_equal "tessel.conf refuses the same names" "$(grep '<FilesMatch' "$SERVER/conf/httpd.conf")" \
-    "$(grep '<FilesMatch' "$E2E_ROOT/deploy/tessel.conf.in")"
+# The shipped configuration refuses the same names, hands the same names to the program and
+# turns on the same settings.
+shipped='<FilesMatch|SetHandler|SetEnv TESSEL_|UseCanonicalName'
+check_equal "tessel.conf has the same rules" "$(grep -E "$shipped" "$SERVER/conf/httpd.conf")" \
+    "$(grep -E "$shipped" "$E2E_ROOT/deploy/tessel.conf.in")"
 e2e_finish
