@@ -47,18 +47,6 @@ private:
     char* main_;
 };
 
-// Sets the request's autoexec flag while a file's "autoexec" runs.
-class autoexec_flag {
-public:
-    autoexec_flag() : saved_(req.autoexec_running) { req.autoexec_running = 1; }
-    ~autoexec_flag() { req.autoexec_running = saved_; }
-    autoexec_flag(const autoexec_flag&) = delete;
-    autoexec_flag& operator=(const autoexec_flag&) = delete;
-
-private:
-    int saved_;
-};
-
 // The first header line of text: the text itself when it begins with "@", else the line
 // after the first newline followed by "@"; null when there is none. Ownership: view.
 char* first_header(char* text)
@@ -200,10 +188,8 @@ int define_macros(char* text, str_builder* output)
     per_file_macros scope;
     int defined =
         macro_each_definition(text, [](char* name, char* body) { macro_define(name, body); });
-    if (macro_body("autoexec")) {
-        autoexec_flag flag;
+    if (macro_body("autoexec"))
         str_free(macro_run("autoexec"));
-    }
     if (output && macro_body("main")) {
         str_holder main_output(macro_run("main"));
         output->append(main_output.get());

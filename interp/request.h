@@ -72,7 +72,6 @@ struct request_record {
     table_array* tables = new table_array;  // table registry
     int escape_mode = ESCAPE_MODE_HTML;     // current output escaping (interp/escape.h)
     int compaction_enabled = 1;             // switched by `optimize`
-    int autoexec_running = 0;               // set while a definition file's "autoexec" runs
 
     const char* log_names[2] = {"./access_log", "./error_log"}; // access log, error log
 };

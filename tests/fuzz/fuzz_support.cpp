@@ -172,7 +172,6 @@ void fuzz_reset_request()
     req.depth = 0;
     req.escape_mode = ESCAPE_MODE_HTML;
     req.compaction_enabled = 1;
-    req.autoexec_running = 0;
     delete req.macros;
     delete req.variables;
     delete req.tables;

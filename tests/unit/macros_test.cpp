@@ -113,7 +113,6 @@ TEST(Macros, AutoexecAndMainArePerFile)
     EXPECT_EQ(body("main"), "outer main");
     EXPECT_EQ(body("autoexec"), "outer autoexec");
     EXPECT_EQ(body("f"), "F");
-    EXPECT_EQ(req.autoexec_running, 0);
     // A file without its own main adds nothing, and the outer main does not run for it.
     str_builder none;
     define("@g\nG", &none);
