@@ -13,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "cgi/cookie.h"
 #include "core/crypt_library.h"
 #include "core/log.h"
 #include "core/str.h"
@@ -179,12 +180,7 @@ bool chat_banned(const char* nick)
 // Ownership: new result.
 char* chat_visitor_ticket()
 {
-    if (fresh_ticket)
-        return str_dup(fresh_ticket);
-    char* params[1] = {str_dup(COOKIE_NAME)};
-    char* value = call_operator("cookie", 1, params);
-    str_free(params[0]);
-    return value;
+    return fresh_ticket ? str_dup(fresh_ticket) : cookie_read(COOKIE_NAME);
 }
 
 // A new random ticket, 32 hexadecimal digits. Ownership: new result.
@@ -212,29 +208,30 @@ public:
     char* error() const { return file_.ok() ? nullptr : chat_file_error(op_, USERLIST); }
 
     int count() const { return rows_ ? rows_->count() : 0; }
-    // Cell column of row i. Ownership: new result.
-    char* cell(int i, int column) const
+    // Moves the list's cursor to row i and gives that row's cell column. Ownership: new
+    // result.
+    char* seek_cell(int i, int column)
     {
         rows_->set_current(i);
         return rows_->item_by_index(column);
     }
-    long seen(int i) const
+    long seen(int i)
     {
-        str_holder seen(cell(i, 2));
+        str_holder seen(seek_cell(i, 2));
         return seen.get() ? atol(seen.get()) : 0;
     }
-    bool is_nick(int i, const char* nick) const
+    bool is_nick(int i, const char* nick)
     {
-        str_holder own(cell(i, 0));
+        str_holder own(seek_cell(i, 0));
         return own.get() && strcasecmp(own.get(), nick) == 0;
     }
-    bool is_ticket(int i, const char* ticket) const
+    bool is_ticket(int i, const char* ticket)
     {
-        str_holder own(cell(i, 1));
+        str_holder own(seek_cell(i, 1));
         return str_nonempty(ticket) && str_equal(own.get(), ticket);
     }
-    // The row of the visitor holding ticket among the present ones, or -1.
-    int find_ticket(const char* ticket) const
+    // The row of the visitor holding ticket, idle or not, or -1.
+    int find_ticket(const char* ticket)
     {
         for (int i = 0; i < count(); i++)
             if (is_ticket(i, ticket))
@@ -269,7 +266,7 @@ public:
     // Marks row i as seen now.
     void touch(int i, long now)
     {
-        str_holder nick(cell(i, 0)), ticket(cell(i, 1)), admin(cell(i, 3));
+        str_holder nick(seek_cell(i, 0)), ticket(seek_cell(i, 1)), admin(seek_cell(i, 3));
         rows_->remove(i);
         str_holder row(str_join(nick.get(), "\t", ticket.get(), "\t", fmt_ulong(now), "\t",
                                 admin.get(), nullptr));
@@ -288,22 +285,22 @@ private:
     std::unique_ptr<table> rows_;
 };
 
-// Why nick may not join now (taken by another present visitor, or banned), or null.
+// Why nick may not join now (taken by another visitor of the list, or banned), or null.
+// The caller drops the idle visitors first, so that only present ones hold a nick.
 // Ownership: static text.
-const char* chat_join_error(userlist& users, const char* nick, const char* ticket, long now)
+const char* chat_join_error(userlist& users, const char* nick, const char* ticket)
 {
-    users.drop_idle(now);
     for (int i = 0; i < users.count(); i++)
         if (users.is_nick(i, nick) && !users.is_ticket(i, ticket))
             return "nick is taken";
     return chat_banned(nick) ? "nick is banned" : nullptr;
 }
 
-// Why a nick of good form may not join now, as the error of op; null when it may.
-// Ownership: new result.
-char* chat_check_nick(const char* op, userlist& users, const char* nick, const char* ticket)
+// Why a nick of good form may not join now, as the error of op; null when it may. Drop the
+// idle visitors first. Ownership: new result.
+char* chat_nick_refusal(const char* op, userlist& users, const char* nick, const char* ticket)
 {
-    const char* reason = chat_join_error(users, nick, ticket, time(nullptr));
+    const char* reason = chat_join_error(users, nick, ticket);
     return reason ? str_join("[", op, ": ", reason, "]", nullptr) : nullptr;
 }
 
@@ -540,7 +537,8 @@ char* op_validate(int count, char** params)
     if (char* error = users.error())
         return error;
     str_holder ticket(chat_visitor_ticket());
-    return chat_check_nick("validate", users, nick, ticket.get());
+    users.drop_idle(time(nullptr));
+    return chat_nick_refusal("validate", users, nick, ticket.get());
 }
 
 // The nick of the present visitor, escaped; nothing when the visitor is not in the room.
@@ -551,7 +549,7 @@ char* chat_own_nick()
     int row = users.ok() ? users.find_ticket(ticket.get()) : -1;
     if (row < 0 || time(nullptr) - users.seen(row) > chat_idle_limit())
         return nullptr;
-    return escape_take(users.cell(row, 0));
+    return escape_take(users.seek_cell(row, 0));
 }
 
 // True when password proves the admin; logs a wrong one. A refusal sets error.
@@ -574,10 +572,7 @@ void chat_give_ticket(const char* ticket)
 {
     str_free(fresh_ticket);
     fresh_ticket = str_dup(ticket);
-    char* params[3] = {str_dup(COOKIE_NAME), str_dup(ticket), str_dup("0")};
-    str_free(call_operator("cookie", 3, params));
-    for (char* p : params)
-        str_free(p);
+    cookie_write(COOKIE_NAME, ticket, 0);
 }
 
 // login[] gives the visitor's nick; login[nick] joins the room under nick, login[nick;password]
@@ -599,7 +594,8 @@ char* op_login(int count, char** params)
     if ((error = users.error()))
         return error;
     str_holder old_ticket(chat_visitor_ticket());
-    if ((error = chat_check_nick("login", users, nick, old_ticket.get())))
+    users.drop_idle(time(nullptr));
+    if ((error = chat_nick_refusal("login", users, nick, old_ticket.get())))
         return error;
     str_holder ticket(chat_new_ticket());
     users.drop(nick, old_ticket.get());
@@ -637,11 +633,11 @@ char* chat_visitor(const char* op, bool leave, str_holder& nick, bool& admin)
     int row = error ? -1 : chat_present_visitor(users, error);
     if (error || row < 0)
         return error;
-    nick.reset(users.cell(row, 0));
-    admin = str_equal(str_holder(users.cell(row, 3)).get(), "1");
+    nick.reset(users.seek_cell(row, 0));
+    admin = str_equal(str_holder(users.seek_cell(row, 3)).get(), "1");
     if (!leave)
         return nullptr;
-    users.drop(nullptr, str_holder(users.cell(row, 1)).get());
+    users.drop(nullptr, str_holder(users.seek_cell(row, 1)).get());
     return users.save();
 }
 
@@ -693,7 +689,7 @@ char* op_userlist(int count, char** params)
     str_builder out;
     out.append("nick\tidle\tadmin\tme\n");
     for (int i = 0; i < users.count(); i++) {
-        str_holder nick(users.cell(i, 0)), admin(users.cell(i, 3));
+        str_holder nick(users.seek_cell(i, 0)), admin(users.seek_cell(i, 3));
         str_holder row(str_join(
             nick.get(), "\t", fmt_ulong(now > users.seen(i) ? now - users.seen(i) : 0), "\t",
             str_equal(admin.get(), "1") ? "1" : "", "\t", i == me ? "1" : "", "\n", nullptr));
@@ -738,13 +734,6 @@ char* op_log(int count, char** params)
     return nullptr;
 }
 
-// The chat's own cookie name is registered for completeness; the cookie family registers
-// `cookie` first, so pages never reach this one. It gives the visitor's ticket.
-char* op_cookie(int, char**)
-{
-    return chat_visitor_ticket();
-}
-
 } // namespace
 
 // clang-format off
@@ -752,7 +741,6 @@ extern constexpr op_row chat_rows[] = {
     // name        handler       params  flags       accepted
     {"log",        op_log,       0,      0,          {1, 1}},
     {"login",      op_login,     0,      0,          {1, 2}},
-    {"cookie",     op_cookie,    0,      0},
     {"userlist",   op_userlist,  0,      0,          {1, 1}},
     {"chat",       op_chat,      0,      0,          {1, 1}},
     {"validate",   op_validate,  1,      0},

@@ -13,13 +13,12 @@
 namespace {
 
 struct family_names {
-    const char* family; // ops/<family>.cpp, whose register_rows registered the names first
+    const char* family; // its name in OPERATOR_FAMILIES (ops/ops.h), the stem of its file
     const char* names;  // separated by spaces
 };
 
 // One row per family in registration order. A new family adds its names here; a name that a
-// later family registers too stays with the earlier one (the chat's "cookie" stays with the
-// cookie family).
+// later family registers too stays with the earlier one.
 constexpr family_names REGISTERED[] = {
     {"cache", "cache"},
     {"optimize", "optimize"},
