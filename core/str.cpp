@@ -17,6 +17,7 @@
 #include <utime.h>
 
 #include "core/charset.h"
+#include "core/file_replace.h"
 #include "core/log.h"
 
 // ---- memory ---------------------------------------------------------------------------
@@ -471,27 +472,11 @@ char* read_file(const char* path, bool drop_blank_lines, bool lock)
     return text;
 }
 
-char* write_file(const char* path, const char* text, bool lock)
+char* write_file(const char* path, const char* text, bool)
 {
-    if (!path)
-        return str_dup("no filename specified");
-    if (access(path, F_OK) != 0) {
-        int created = open(path, O_WRONLY | O_CREAT, 0666);
-        if (created >= 0)
-            ::close(created);
-    }
-    int fd = access(path, R_OK | W_OK) == 0 ? open(path, O_RDWR) : -1;
-    if (fd < 0)
-        return system_error_text();
-    if (lock)
-        flock(fd, LOCK_EX);
-    size_t size = str_len0(text);
-    bool ok = size == 0 || write(fd, text, size) == (ssize_t)size;
-    ok = ftruncate(fd, size) == 0 && ok;
-    if (lock)
-        flock(fd, LOCK_UN);
-    ::close(fd);
-    return ok ? nullptr : system_error_text();
+    // A replaced file needs no lock: a reader sees its old or its new content whole, and of two
+    // writers at once the later rename wins with its whole text.
+    return file_replace(path, text, str_len0(text));
 }
 
 time_t file_mtime(const char* path, time_t new_time)

@@ -252,9 +252,10 @@ char* read_file(const char* path, bool drop_blank_lines, bool lock);
 // byte kept at position i. Ownership: borrows text, borrows origins.
 void file_clean_text(char* text, bool drop_blank_lines, size_t* origins = nullptr);
 
-// Replaces the file's contents by text, creating it when missing; null on success, otherwise
-// an error text ("no filename specified" or the system's message). Ownership: borrows both,
-// new result.
+// Replaces the file's contents by text, creating it when missing, through file_replace
+// (core/file_replace.h): after a crash or on a full disk the file holds its old text or the new
+// one. lock is no longer needed and is ignored. Null on success, otherwise an error text ("no
+// filename specified" or the system's message). Ownership: borrows both, new result.
 char* write_file(const char* path, const char* text, bool lock);
 
 // The file's modification time before any change, 0 when it cannot be examined; a non-zero

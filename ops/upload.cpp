@@ -9,6 +9,7 @@
 
 #include "cgi/form.h"
 #include "core/charset.h"
+#include "core/file_replace.h"
 #include "core/log.h"
 #include "core/str.h"
 #include "interp/registry.h"
@@ -164,22 +165,7 @@ char* read_file_raw(const char* path, int& size, char*& error)
 
 char* write_file_raw(const char* path, const char* data, int length)
 {
-    if (!path)
-        return str_dup("no filename specified");
-    int fd = open(path, O_WRONLY | O_CREAT, 0666);
-    if (fd < 0)
-        return system_error_text();
-    bool ok = true;
-    for (int done = 0; ok && done < length;) {
-        ssize_t written = write(fd, data + done, length - done);
-        ok = written > 0;
-        done += ok ? written : 0;
-    }
-    ok = ftruncate(fd, length < 0 ? 0 : length) == 0 && ok;
-    int saved = errno;
-    close(fd);
-    errno = saved;
-    return ok ? nullptr : system_error_text();
+    return file_replace(path, data, length > 0 ? (size_t)length : 0);
 }
 
 void register_upload_ops()

@@ -8,9 +8,10 @@
 // result, new error.
 char* read_file_raw(const char* path, int& size, char*& error);
 
-// Writes length bytes of data to the file, creating it (mode 0666 less the umask) but not
-// truncating it first; then truncates it to length. A file that existed is thus never empty
-// in between. Null on success, else the file error text. Ownership: borrows both, new result.
+// Replaces the file by length bytes of data (file_replace of core/file_replace.h): a new file
+// gets mode 0666 less the umask, an old one keeps its mode, and a crash or a full disk leaves
+// its old content whole. Null on success, else the file error text. Ownership: borrows both,
+// new result.
 char* write_file_raw(const char* path, const char* data, int length);
 
 #endif
