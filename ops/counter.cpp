@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <unistd.h>
 
+#include "core/log.h"
 #include "core/str.h"
 #include "interp/registry.h"
 #include "interp/request.h"
@@ -12,12 +13,13 @@
 
 namespace {
 
-// Reads the count, writes it back one higher and returns the new count, all under the lock.
-// The caller closes the file after the release.
-int counter_bump(FILE* file)
+// Reads the count and writes it back one higher, all under the lock; false when the digits
+// could not be written (a full disk, for a new file), with errno set. The caller closes the
+// file after the release.
+bool counter_bump(FILE* file, int& count)
 {
     lock_stream(file);
-    int count = 0;
+    count = 0;
     if (fscanf(file, "%d", &count) != 1)
         count = 0;
     count = (int)((unsigned)count + 1); // wraps at the top of the int range
@@ -25,9 +27,9 @@ int counter_bump(FILE* file)
     fprintf(file, "%010d", count);
     // The digits must reach the file before the lock goes: left in the stream's buffer until
     // the close, a request waiting for the lock would read the old count and one hit be lost.
-    fflush(file);
+    bool written = fflush(file) == 0;
     unlock_stream(file);
-    return count;
+    return written;
 }
 
 // counter[name]: the count of "<name>.count", one higher than before.
@@ -48,9 +50,15 @@ char* op_counter(int, char** params)
     if (!file)
         return str_join("[counter: count file \"", path.get(), "\" not readable or non-existant.]",
                         nullptr);
-    int count = counter_bump(file);
+    int count = 0;
+    bool written = counter_bump(file, count);
     fclose(file);
-    return str_dup(fmt_int(count));
+    if (written)
+        return str_dup(fmt_int(count));
+    str_holder reason(system_error_text());
+    log_line(LOG_ERROR, "counter: count file \"%s\" not written: %s", path.get(), reason.get());
+    return str_join("[counter: count file \"", path.get(), "\" not written: ", reason.get(), "]",
+                    nullptr);
 }
 
 } // namespace

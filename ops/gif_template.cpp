@@ -5,12 +5,14 @@
 #include <cctype>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <sys/stat.h>
 #include <vector>
 
 #include "cgi/response.h"
+#include "core/file_replace.h"
 #include "core/gd_library.h"
 #include "core/image_size.h"
 #include "core/log.h"
@@ -292,26 +294,41 @@ void gif_render(const char* template_path, const char* commands, gif_font& font,
     gif_write(gd, drawn ? picture.get() : nullptr, out);
 }
 
+// Draws the picture into memory and replaces the file at path with it whole, so a picture
+// being written is never served cut short. The cause of a failure goes to the error log.
+char* gif_render_to_file(const char* template_path, const char* commands, gif_font& font,
+                         const char* path)
+{
+    char* data = nullptr;
+    size_t size = 0;
+    FILE* memory = open_memstream(&data, &size);
+    if (!memory)
+        return page_error("[gif_template: write error]");
+    gif_render(template_path, commands, font, memory);
+    fclose(memory);
+    str_holder error(file_replace(path, data, size));
+    free(data);
+    if (!error.get())
+        return nullptr;
+    log_line(LOG_ERROR, "gif_template: write to '%s' failed: %s", path, error.get());
+    return page_error("[gif_template: write error]");
+}
+
 char* op_gif_template(int count, char** params)
 {
     gif_font font;
     gif_font_define(font);
     str_holder template_path(resolve_path(param_text(count, params, 0)));
-    file_ptr file(nullptr, &fclose);
+    const char* commands = param_text(count, params, 1);
     if (count >= 3) {
         str_holder path(resolve_path(params[2]));
-        file.reset(fopen(path.get(), "wb"));
-        if (!file)
-            return page_error("[gif_template: write error]");
-    } else {
-        response_header("Content-type", "image/gif");
-        response_end_header();
+        return gif_render_to_file(template_path.get(), commands, font, path.get());
     }
-    FILE* out = file ? file.get() : response_stream();
-    gif_render(template_path.get(), param_text(count, params, 1), font, out);
-    fflush(out);
-    if (!file)
-        req.output_enabled = false; // the picture is the whole response
+    response_header("Content-type", "image/gif");
+    response_end_header();
+    gif_render(template_path.get(), commands, font, response_stream());
+    fflush(response_stream());
+    req.output_enabled = false; // the picture is the whole response
     return nullptr;
 }
 
