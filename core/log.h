@@ -20,6 +20,11 @@ void log_bind(char* const* page_path, const char* const* files);
 // cannot be opened). The line is cut at 1024 bytes.
 void log_line(int selector, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+// Appends the line log_line would write for message to the error log, built by hand with
+// async-signal-safe calls only (no formatting, allocation, lock or localtime; the local time
+// comes from core/local_time.h): the line a signal handler writes before it ends the process.
+void log_signal_line(const char* message);
+
 // Logs the message to the error log and exits with status 254, printing nothing: exhausted
 // memory and container misuse. It formats into a fixed buffer and never touches the heap.
 [[noreturn]] void fatal_log(const char* format, ...) __attribute__((format(printf, 1, 2)));

@@ -99,10 +99,12 @@ void tune_allocator()
 }
 
 // A run that passes the CPU time the server allows it (Apache's RLimitCPU) is sent SIGXCPU;
-// it ends as other fatal conditions do: one error-log line and status 254, no page.
+// it ends as other fatal conditions do: one error-log line and status 254, no page. The
+// signal may come in the middle of malloc or localtime, so the line is built with
+// async-signal-safe calls only.
 void on_cpu_limit(int)
 {
-    log_line(LOG_ERROR, "CPU time limit exceeded");
+    log_signal_line("CPU time limit exceeded");
     _exit(254);
 }
 
