@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <random>
+#include <string>
 
 #include "core/local_time.h"
 
@@ -66,6 +67,8 @@ TEST(LocalTime, OffsetMatchesLocaltime)
                            "<+0330>-3:30",
                            "XST5XDT,J60/1:30,300/-1",
                            "Nowhere/Zone"};
+    const char* outer = getenv("TZ");
+    std::string saved = outer ? outer : "";
     std::mt19937_64 random(11);
     std::uniform_int_distribution<int64_t> any_time(31'536'000, 5'000'000'000);
     for (const char* zone : zones) {
@@ -88,7 +91,7 @@ TEST(LocalTime, OffsetMatchesLocaltime)
             }
         }
     }
-    use_zone(nullptr);
+    use_zone(outer ? saved.c_str() : nullptr);
 }
 
 } // namespace

@@ -43,6 +43,8 @@ private:
 // for a message longer than a line.
 TEST(Log, SignalLineReadsAsLogLine)
 {
+    const char* outer = getenv("TZ");
+    std::string saved = outer ? outer : "";
     setenv("TZ", "Asia/Kathmandu", 1);
     tzset();
     std::string long_message(2000, 'x');
@@ -59,7 +61,10 @@ TEST(Log, SignalLineReadsAsLogLine)
         EXPECT_EQ(second, first);
         EXPECT_LE(first.size(), 1024u);
     }
-    unsetenv("TZ");
+    if (outer)
+        setenv("TZ", saved.c_str(), 1);
+    else
+        unsetenv("TZ");
     tzset();
 }
 
