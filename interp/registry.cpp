@@ -10,7 +10,6 @@
 // without copying the rest of the text for every call.
 #include "interp/registry.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -22,11 +21,6 @@
 #include "interp/scanner.h"
 
 namespace {
-
-// The tables that register_rows handed over, for registry_families.
-constexpr int MAX_FAMILIES = 64;
-operator_family families[MAX_FAMILIES];
-int family_count = 0;
 
 // FNV-1a over the bytes of name.
 uint32_t registry_hash(const char* name)
@@ -64,20 +58,8 @@ void registry_add(const op_row* row, const char* source)
 
 void registry_add_family(const op_row* rows, size_t count, const char* source)
 {
-    // A table registered again (the families are, by every register_all_operators) is noted once.
-    if (std::none_of(families, families + family_count,
-                     [rows](const operator_family& family) { return family.rows == rows; })) {
-        if (family_count == MAX_FAMILIES)
-            fatal_log("more than %d operator families registered", MAX_FAMILIES);
-        families[family_count++] = {rows, count, source};
-    }
     for (size_t i = 0; i < count; i++)
         registry_add(&rows[i], source);
-}
-
-std::vector<operator_family> registry_families()
-{
-    return {families, families + family_count};
 }
 
 bool registry_prefilled()

@@ -39,20 +39,20 @@ struct op_row {
     param_range accepted = {};
 };
 
-// A registered operator: its row, and the source file whose register_rows added it (null
-// otherwise). Both members have initialisers, so a static table of entries is
-// constant-initialised: the empty one is zeroed memory that costs nothing until an entry is
-// written, and the program's pre-filled one is data that no code runs to build.
+// A registered operator: its row, and what registered it (the family's name, or the source
+// file whose register_rows added it; null otherwise). Both members have initialisers, so a
+// static table of entries is constant-initialised: the empty one is zeroed memory that costs
+// nothing until an entry is written, and the program's pre-filled one is data that no code
+// runs to build.
 struct operator_entry {
     const op_row* row = nullptr;
     const char* source = nullptr;
 };
 
 // Adds an operator to the registry. Ignored for a null or empty name and for a
-// name that is registered already: the first registration wins. source names the file that
-// registers it (kept for tests and diagnostics); accepted is as in op_row. More than 256
-// operators is fatal (exit 254). Ownership: borrows name, borrows source for the life of the
-// process.
+// name that is registered already: the first registration wins. source names what registers
+// it (kept for tests and diagnostics); accepted is as in op_row. More than 256 operators is
+// fatal (exit 254). Ownership: borrows name, borrows source for the life of the process.
 void register_operator(const char* name, operator_handler handler, int param_count, unsigned flags,
                        const char* source = nullptr, param_range accepted = {});
 
@@ -60,15 +60,8 @@ void register_operator(const char* name, operator_handler handler, int param_cou
 // as a family's table. Ownership: borrows row and source for the life of the process.
 void registry_add(const op_row* row, const char* source);
 
-// A family's table of rows, as register_rows handed it over, and the file that registered it.
-struct operator_family {
-    const op_row* rows;
-    size_t count;
-    const char* source;
-};
-
-// Registers each of count rows in order with source as their source, and notes the table
-// among the families. Ownership: borrows rows and source for the life of the process.
+// Registers each of count rows in order with source as their source. Ownership: borrows rows
+// and source for the life of the process.
 void registry_add_family(const op_row* rows, size_t count, const char* source);
 
 // Registers each row in order, noting the calling file (ops/<family>.cpp) as their source.
@@ -81,12 +74,8 @@ void register_rows(const op_row (&rows)[N], const char* where = __builtin_FILE()
     registry_add_family(rows, N, where);
 }
 
-// The tables registered through register_rows in this process, in order: what the build
-// reads to write the program's pre-filled registry. Ownership: view.
-std::vector<operator_family> registry_families();
-
 // True when the registry came filled at build time with every family, in the order that
-// register_all_operators registers them: the shipped program's registry costs no work at start.
+// register_all_operators registers them: the program's registry costs no work at start.
 bool registry_prefilled();
 
 // Every registered entry, in the order of registration. Ownership: view.

@@ -1,5 +1,5 @@
-// The registry's storage as every program but the shipped one has it: empty, so that
-// registration fills it at run time. Zeroed memory costs nothing until an entry is written.
+// The registry's storage as tests and tools link it: empty, so that registration fills it at
+// run time. Zeroed memory costs nothing until an entry is written.
 #include "interp/registry_storage.h"
 
 operator_entry registry_entries[MAX_OPERATORS];

@@ -1,8 +1,8 @@
 // The registry's storage: the entries in order of registration and the hash index over their
-// names. interp/registry_storage.cpp defines it empty. The shipped program links its own
-// definition, which the build wrote by registering every family (tools/registry_gen.cpp): an
-// object on the link line defines these names before the archives are searched, so the
-// linker never takes the empty one from the interp library.
+// names. It is not part of the interp library: every program links exactly one definition,
+// either interp/registry_storage.cpp, empty (CMake's registry_empty: tests and tools), or the
+// program's, which the build wrote by registering every family (tools/registry_gen.cpp,
+// CMake's registry_table). Two definitions, or none, fail the link.
 #ifndef TESSEL_INTERP_REGISTRY_STORAGE_H
 #define TESSEL_INTERP_REGISTRY_STORAGE_H
 

@@ -1,27 +1,19 @@
-// tessel-registry-gen: writes the shipped program's pre-filled registry. It registers every
-// family as a start of the program would, then writes the resulting entries and hash index as
-// C++ data that points at each family's table of rows (ops/compare.cpp: compare_rows). Linked
-// into the program, that data makes registration cost nothing per request, with the order and
-// first-registration-wins outcome of register_all_operators exactly.
+// tessel-registry-gen: writes the program's pre-filled registry. It registers every family of
+// OPERATOR_FAMILIES (ops/ops.h) as a start of the program would, then writes the resulting
+// entries and hash index as C++ data that points into that list's tables by position
+// (&OPERATOR_FAMILIES[7].rows[3]). Linked into the program in place of the empty storage, that
+// data makes registration cost nothing per request, with the order and first-registration-wins
+// outcome of register_all_operators exactly.
 //
 //   tessel-registry-gen OUTPUT.cpp      exit status 0, or 1 with a message on stderr
 #include <cstdio>
-#include <cstring>
+#include <iterator>
 #include <string>
-#include <vector>
 
 #include "interp/registry_storage.h"
 #include "ops/ops.h"
 
 namespace {
-
-// compare_rows for ".../ops/compare.cpp".
-std::string rows_symbol(const char* source)
-{
-    std::string stem = source;
-    stem = stem.substr(stem.find_last_of('/') + 1);
-    return stem.substr(0, stem.find('.')) + "_rows";
-}
 
 // A C string literal of text.
 std::string quoted(const char* text)
@@ -35,42 +27,55 @@ std::string quoted(const char* text)
     return out + "\"";
 }
 
-// The family table that holds row and the row's place in it; null when none does.
-const operator_family* family_of(const std::vector<operator_family>& families, const op_row* row,
-                                 size_t& index)
+// False, with a message, when a family's table has a row without a name: ops/ops.h declares
+// more rows than the family's file defines, and the rest were filled with zeros.
+bool tables_complete()
 {
-    for (const operator_family& family : families)
-        if (row >= family.rows && row < family.rows + family.count) {
-            index = row - family.rows;
-            return &family;
+    for (const op_family& family : OPERATOR_FAMILIES)
+        for (size_t i = 0; i < family.count; i++)
+            if (!family.rows[i].name) {
+                fprintf(stderr,
+                        "tessel-registry-gen: family %s: row %zu of %zu is empty: ops/ops.h "
+                        "declares more rows than ops/%s.cpp defines\n",
+                        family.name, i + 1, family.count, family.name);
+                return false;
+            }
+    return true;
+}
+
+// The position in OPERATOR_FAMILIES of the table that holds row; false when none does.
+bool position_of(const op_row* row, size_t& family, size_t& index)
+{
+    for (family = 0; family < std::size(OPERATOR_FAMILIES); family++) {
+        const op_family& f = OPERATOR_FAMILIES[family];
+        if (row >= f.rows && row < f.rows + f.count) {
+            index = row - f.rows;
+            return true;
         }
-    return nullptr;
+    }
+    return false;
 }
 
 bool write_registry(FILE* out)
 {
-    std::vector<operator_family> families = registry_families();
     fprintf(out, "// Written by tessel-registry-gen at build time: the registry as\n"
                  "// register_all_operators leaves it. Do not edit.\n"
-                 "#include \"interp/registry_storage.h\"\n\n");
-    for (const operator_family& family : families)
-        // With its size declared, &table[i] is a constant: the data needs no code at start.
-        fprintf(out, "extern const op_row %s[%zu];\n", rows_symbol(family.source).c_str(),
-                family.count);
-    fprintf(out, "\nextern const bool registry_storage_prefilled = true;\n");
+                 "#include \"interp/registry_storage.h\"\n"
+                 "#include \"ops/ops.h\"\n\n");
+    fprintf(out, "extern const bool registry_storage_prefilled = true;\n");
     fprintf(out, "int registry_entry_count = %d;\n\n", registry_entry_count);
     fprintf(out, "operator_entry registry_entries[MAX_OPERATORS] = {\n");
     for (int i = 0; i < registry_entry_count; i++) {
         const operator_entry& entry = registry_entries[i];
-        size_t index = 0;
-        const operator_family* family = family_of(families, entry.row, index);
-        if (!family) {
+        size_t family = 0, index = 0;
+        if (!position_of(entry.row, family, index)) {
             fprintf(stderr, "tessel-registry-gen: %s is not in a family's table\n",
                     entry.row->name);
             return false;
         }
-        fprintf(out, "    {&%s[%zu], %s}, // %s\n", rows_symbol(family->source).c_str(), index,
-                quoted(family->source).c_str(), entry.row->name);
+        // The list is constexpr and each table's size is declared: a constant address.
+        fprintf(out, "    {&OPERATOR_FAMILIES[%zu].rows[%zu], %s}, // %s\n", family, index,
+                quoted(OPERATOR_FAMILIES[family].name).c_str(), entry.row->name);
     }
     fprintf(out, "};\n\nuint16_t registry_index[INDEX_SLOTS] = {");
     for (uint32_t i = 0; i < INDEX_SLOTS; i++)
@@ -87,6 +92,8 @@ int main(int argc, char** argv)
         fprintf(stderr, "usage: tessel-registry-gen OUTPUT.cpp\n");
         return 1;
     }
+    if (!tables_complete())
+        return 1;
     register_all_operators();
     std::string temporary = std::string(argv[1]) + ".new";
     FILE* out = fopen(temporary.c_str(), "w");

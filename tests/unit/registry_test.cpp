@@ -132,18 +132,3 @@ TEST_F(Expander, LongTextWithManyCalls)
 }
 
 } // namespace
-
-// Every register_all_operators hands the same tables over again; each is noted once, however
-// often that happens (a list that grew by a family per call ran out of room by the third).
-TEST(Registry, FamiliesRegisteredAgainAreNotedOnce)
-{
-    register_all_operators();
-    std::vector<operator_family> first = registry_families();
-    ASSERT_FALSE(first.empty());
-    for (int i = 0; i < 3; i++)
-        register_all_operators();
-    std::vector<operator_family> again = registry_families();
-    ASSERT_EQ(again.size(), first.size());
-    for (size_t i = 0; i < first.size(); i++)
-        EXPECT_EQ(again[i].rows, first[i].rows);
-}

@@ -79,9 +79,9 @@ inline void expect_fatal(const std::function<void()>& action, const std::string&
         << "log line: " << line;
 }
 
-// name -> family of every operator the families register, the family being the stem of the
-// ops/<family>.cpp file whose registration holds the name. Operators that tests register have
-// no source and are left out.
+// name -> family of every operator the families register: the family's name in
+// OPERATOR_FAMILIES, or the stem of the ops/<family>.cpp file whose register_rows a test called
+// first. Operators that tests register have no source and are left out.
 inline std::map<std::string, std::string> registered_families()
 {
     register_all_operators();
