@@ -15,6 +15,8 @@
 #               page asks, so the unit is a byte copied (N*N/2); a linear ratio means no cliff
 #   match_g     ^match[alpha;g;ALPHA;text] over 1 to 16 MB, one "alpha" per 100 bytes (bytes)
 #   page        a page of 2 to 32 MB of plain text (bytes)
+#   unclosed    a page of 256 KB to 4 MB of calls among carets whose lists never close,
+#               "^left[ab;1] ^ [" (bytes): each failed list must not be read again
 # Target: every ratio within 1.25 of 1.0.
 set -euo pipefail
 rounds=${ROUNDS:-3}
@@ -63,6 +65,9 @@ for k in steps:
     kb = int(1024 * k * scale)
     case("match_g_%dk" % kb, "^length[^match[alpha;g;ALPHA;%s]]\n" % text(kb * 1024), kb * 1024)
     case("page_%dk" % (kb * 2), "<pre>%s</pre>\n" % text(kb * 2048), kb * 2048)
+    piece = "lorem ipsum ^left[ab;1] ^ [ "
+    page = piece * (kb * 256 // len(piece))
+    case("unclosed_%dk" % (kb // 4), page, len(page))
 open("cases", "w").write("".join("%s %d\n" % c for c in cases))
 PY
 

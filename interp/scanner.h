@@ -7,11 +7,24 @@
 // makes x not structural, and a stretch between backquotes hides brackets and semicolons. A
 // parameter wrapped in backquotes loses them. A caret with no "[" after it, a list that never
 // closes, and a call with more than MAX_PARAMS parameters all leave the caret as text.
+//
+// Reading a text costs a bounded number of passes over it, whatever it holds. A call's list is
+// read once and the caller moves past it. A list that fails (never closes, or has too many
+// parameters) is read, and then the text from there on is read once more to learn the outcome
+// of every later list of the same "world": lists that open where a scan from the failed list is
+// outside backquotes. Scans from two such lists agree on everything after the later one: the
+// escape "^x" only reaches one character, so after a "[" it no longer depends on where a scan
+// began, and the backquote state only flips with the parity of the backquotes in between, so
+// the one list pass tells, for every later list, its depth level, the separators at that level
+// and the "]" that brings the level below it. Lists inside backquotes (for that start) belong
+// to the other world, which a failure there learns in its own pass: at most two passes a text.
 #ifndef TESSEL_INTERP_SCANNER_H
 #define TESSEL_INTERP_SCANNER_H
 
 #include <cstddef>
 #include <cstring>
+#include <optional>
+#include <vector>
 
 #include "interp/registry.h"
 
@@ -31,7 +44,9 @@ struct caret_scan {
 };
 
 // Reads the carets of one text of size bytes, in increasing positions. It remembers where the
-// next "[" is, so a text with many carets and few brackets is searched once, not per caret.
+// next "[" is, so a text with many carets and few brackets is searched once, not per caret, and
+// what failed lists taught it (see the top of this file), so that a caller that moves past each
+// call reads the text a bounded number of times.
 // Requires: the text outlives the scanner; positions passed to read() never decrease.
 class call_scanner {
 public:
@@ -39,9 +54,14 @@ public:
     call_scanner(const call_scanner&) = delete;
     call_scanner& operator=(const call_scanner&) = delete;
 
-    // Reads the caret at position at (requires text[at] == '^'). For a call, and for the
-    // parameters met before a list fails, on_param(start, end) receives each parameter's
-    // bytes [start, end) in order, enclosing backquotes already dropped.
+    // Bytes that the scans of every scanner in the process have examined: what tests count to
+    // show that a text is read a bounded number of times.
+    static inline size_t bytes_examined = 0;
+
+    // Reads the caret at position at (requires text[at] == '^'). For a call, on_param(start,
+    // end) receives each parameter's bytes [start, end) in order, enclosing backquotes already
+    // dropped. For a caret left as text it may have received some parameters, which the caller
+    // discards.
     template <class F> caret_scan read(size_t at, F&& on_param)
     {
         char next = at + 1 < size_ ? text_[at + 1] : '\0';
@@ -54,10 +74,41 @@ public:
         }
         if (bracket_ >= size_)
             return {caret_kind::NO_BRACKET};
-        return scan_list(bracket_, on_param);
+        std::optional<caret_kind> known = recall(bracket_);
+        if (known && *known != caret_kind::CALL)
+            return {*known, bracket_};
+        caret_scan found = scan_list(bracket_, on_param);
+        if (found.kind != caret_kind::CALL && !known)
+            learn_world(bracket_);
+        return found;
     }
 
 private:
+    // A list that a caret may open, and how it ends.
+    struct learnt_list {
+        size_t open;
+        caret_kind kind; // CALL, UNCLOSED or TOO_MANY
+    };
+
+    // The lists of one world from the failed list that started its pass, in increasing
+    // positions, and how far lookups have got.
+    struct world {
+        std::vector<learnt_list> lists;
+        size_t next = 0;
+    };
+
+    // A list the pass is inside, and the parameters it has ended so far.
+    struct open_list {
+        size_t index; // in world::lists
+        int params;
+    };
+
+    // The open lists whose own bracket depth is level: open_lists[first..] while it is the top.
+    struct level_lists {
+        ptrdiff_t level;
+        size_t first;
+    };
+
     // Scans the parameter list that opens at open.
     template <class F> caret_scan scan_list(size_t open, F& on_param)
     {
@@ -73,8 +124,10 @@ private:
                     depth--;
             }
             if (depth == 0 || (c == ';' && depth == 1 && !escaped && !quoted)) {
-                if (++count > MAX_PARAMS)
+                if (++count > MAX_PARAMS) {
+                    bytes_examined += i + 1 - open;
                     return {caret_kind::TOO_MANY, open};
+                }
                 pass_param(start, i, on_param);
                 start = i + 1;
             }
@@ -84,9 +137,12 @@ private:
                 escaped = false;
             else if (c == '^')
                 escaped = true;
-            if (depth == 0)
+            if (depth == 0) {
+                bytes_examined += i + 1 - open;
                 return {caret_kind::CALL, open, i};
+            }
         }
+        bytes_examined += size_ - open;
         return {caret_kind::UNCLOSED, open};
     }
 
@@ -100,10 +156,98 @@ private:
         on_param(start, end);
     }
 
+    // How the list at open ends, when a pass has learnt it.
+    std::optional<caret_kind> recall(size_t open)
+    {
+        for (int w = 0; w < world_count_; w++) {
+            world& known = worlds_[w];
+            while (known.next < known.lists.size() && known.lists[known.next].open < open)
+                known.next++;
+            if (known.next < known.lists.size() && known.lists[known.next].open == open)
+                return known.lists[known.next].kind;
+        }
+        return std::nullopt;
+    }
+
+    // Learns, in one pass from the failed list at start to the end of the text, how every list
+    // of start's world ends that a later caret can open: at each "[" outside backquotes that a
+    // "^" precedes with no "[" in between, escaped or not (a caret's "[" opens its list
+    // whatever comes before it). level counts the unescaped brackets the pass is inside; a
+    // list at an unescaped "[" sits one level up, at an escaped one on the level it is on. A
+    // list's parameters end at the ";" on its level, and the list at the "]" that leaves it.
+    void learn_world(size_t start)
+    {
+        if (world_count_ == 2)
+            return; // a world learnt holds every later list of its own
+        world& known = worlds_[world_count_++];
+        std::vector<open_list> open;
+        std::vector<level_lists> levels;
+        ptrdiff_t level = 0;
+        bool escaped = false, quoted = false, caret_since_bracket = true;
+        for (size_t i = start; i < size_; i++) {
+            char c = text_[i];
+            if (c == '[' && !quoted && caret_since_bracket) {
+                ptrdiff_t at = escaped ? level : level + 1;
+                if (levels.empty() || levels.back().level != at)
+                    levels.push_back({at, open.size()});
+                open.push_back({known.lists.size(), 0});
+                known.lists.push_back({i, caret_kind::UNCLOSED});
+            }
+            if (!escaped && !quoted) {
+                if (c == '[')
+                    level++;
+                else if (c == ';' && !levels.empty() && levels.back().level == level)
+                    end_param(known, open, levels.back().first);
+                else if (c == ']')
+                    leave_level(known, open, levels, level--);
+            }
+            if (c == '[')
+                caret_since_bracket = false;
+            else if (c == '^')
+                caret_since_bracket = true;
+            if (c == '`')
+                quoted = !quoted;
+            if (escaped)
+                escaped = false;
+            else if (c == '^')
+                escaped = true;
+        }
+        bytes_examined += size_ - start;
+    }
+
+    // A ";" ends a parameter of each list open[first..]; a list past MAX_PARAMS has too many.
+    static void end_param(world& known, std::vector<open_list>& open, size_t first)
+    {
+        for (size_t k = first; k < open.size();) {
+            if (++open[k].params <= MAX_PARAMS) {
+                k++;
+                continue;
+            }
+            known.lists[open[k].index].kind = caret_kind::TOO_MANY;
+            open[k] = open.back();
+            open.pop_back();
+        }
+    }
+
+    // A "]" on level closes the lists there: its last parameter ends.
+    static void leave_level(world& known, std::vector<open_list>& open,
+                            std::vector<level_lists>& levels, ptrdiff_t level)
+    {
+        if (levels.empty() || levels.back().level != level)
+            return;
+        for (size_t k = levels.back().first; k < open.size(); k++)
+            known.lists[open[k].index].kind =
+                open[k].params + 1 > MAX_PARAMS ? caret_kind::TOO_MANY : caret_kind::CALL;
+        open.resize(levels.back().first);
+        levels.pop_back();
+    }
+
     const char* text_;
     size_t size_;
     size_t bracket_ = 0; // the next "[" after the last caret read; size_ when there is none
     bool searched_ = false;
+    world worlds_[2];
+    int world_count_ = 0;
 };
 
 #endif

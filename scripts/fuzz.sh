@@ -25,13 +25,16 @@ if ((${#names[@]} == 0)); then
     done
 fi
 
-# The page target's dictionary: every registered operator as "^name[", from the list of
-# names the registration test keeps.
+# The page target's dictionary: every registered operator as "^name[", from the rows
+# {"family", "name name ..."} of the registration test; the scan target's: the characters
+# that shape a call.
 mkdir -p "$dir/fuzz/findings"
+printf '"^"\n"["\n"]"\n";"\n"`"\n"^^"\n' >"$dir/fuzz/scan.dict"
 {
-    printf '"^"\n"["\n"]"\n";"\n"`"\n"^^"\n"\\x0a@"\n'
-    grep -o '{"[^"]*", *"[a-z_]*"}' tests/unit/register_all_test.cpp |
-        sed 's/{"\([^"]*\)".*/"^\1["/'
+    cat "$dir/fuzz/scan.dict"
+    printf '"\\x0a@"\n'
+    sed -n 's/^ *{"[a-z_]*", "\([^"]*\)"},$/\1/p' tests/unit/register_all_test.cpp |
+        tr ' ' '\n' | sed 's/.*/"^&["/'
 } >"$dir/fuzz/page.dict"
 
 # libFuzzer writes a finding while the input still runs, when the jail is on.
@@ -44,6 +47,13 @@ for name in "${names[@]}"; do
     mkdir -p "$corpus"
     options=(-max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 -max_len=4096
         -print_final_stats=1 -artifact_prefix="$dir/fuzz/findings/$name-")
+    # Texts long enough for a cost that grows faster than the text to show: the scanner's walk
+    # over 1 MB takes milliseconds when it is linear (it also aborts when it reads the text
+    # more than five times), and a page or an expression of 64 KB well under the timeout.
+    case $name in
+    scan) options+=(-max_len=1048576 -timeout=10 -dict="$dir/fuzz/scan.dict") ;;
+    page | expr) options+=(-max_len=65536) ;;
+    esac
     # A page may loop for long or grow without bound by design (the server's CPU and memory
     # limits end such a run), so the page target runs in a child process that is replaced
     # when an input hangs or runs out of memory; anything else still ends the run.

@@ -6,6 +6,7 @@
 #include "cgi/request.h"
 #include "core/str.h"
 #include "interp/registry.h"
+#include "interp/scanner.h"
 #include "ops/ops.h"
 #include "test_support.h"
 
@@ -121,14 +122,69 @@ TEST_F(Expander, DepthLimitAndLeaks)
     EXPECT_EQ(expand("^show[a]"), "[infinite operator recursion detected]");
 }
 
-TEST_F(Expander, LongTextWithManyCalls)
+// A page of calls that never close, escaped brackets, runs of nested lists with too many
+// parameters: each list that fails teaches the scanner about the later ones, so the text is
+// read a bounded number of times (reading to the end from every failed list was quadratic).
+TEST_F(Expander, FailedListsAreNotReadAgain)
 {
-    std::string text, want;
+    std::string calls, want, nested, escaped, quoted;
     for (int i = 0; i < 2000; i++) {
-        text += std::string(1000, 'x') + "^show[" + std::to_string(i) + "] ^ [";
-        want += std::string(1000, 'x') + "(" + std::to_string(i) + ") ^ [";
+        calls += std::string(100, 'x') + "^show[" + std::to_string(i) + "] ^ [";
+        want += std::string(100, 'x') + "(" + std::to_string(i) + ") ^ [";
+        escaped += std::string(100, 'x') + "^[";
+        quoted += std::string(100, 'x') + "^ [`^ [";
     }
-    EXPECT_EQ(expand(text.c_str()), want);
+    for (int i = 0; i < 1000; i++)
+        nested = "^a[" + nested + std::string(20, ';') + "]";
+    std::string texts[] = {calls, nested, escaped, quoted};
+    for (const std::string& text : texts) {
+        size_t before = call_scanner::bytes_examined;
+        std::string out = expand(text.c_str());
+        EXPECT_LE(call_scanner::bytes_examined - before, 4 * text.size()) << text.substr(0, 40);
+        req.depth = 0;
+    }
+    EXPECT_EQ(expand(calls.c_str()), want);
+}
+
+// The expander's walk over text: every caret's outcome, with a call's parameters. fresh reads
+// each caret with a scanner of its own, which has learnt nothing.
+std::string caret_walk(const std::string& text, bool fresh)
+{
+    call_scanner shared(text.data(), text.size());
+    std::string out;
+    for (size_t i = 0; i < text.size();) {
+        if (text[i] != '^') {
+            i++;
+            continue;
+        }
+        std::string params;
+        auto add = [&](size_t start, size_t end) {
+            params += "|" + text.substr(start, end - start);
+        };
+        call_scanner once(text.data(), text.size());
+        caret_scan found = (fresh ? once : shared).read(i, add);
+        bool call = found.kind == caret_kind::CALL;
+        out += std::to_string(i) + ":" + std::to_string((int)found.kind) + "@" +
+               std::to_string(found.open) +
+               (call ? "-" + std::to_string(found.close) + params : "") + "\n";
+        i = call ? found.close + 1 : found.kind == caret_kind::ESCAPE ? i + 2 : i + 1;
+    }
+    return out;
+}
+
+// What the scanner learns from failed lists agrees with reading each list afresh, over random
+// texts of the characters that matter (fixed seed).
+TEST(Scanner, LearntListsMatchFreshReads)
+{
+    srand(24);
+    const char* alphabets[] = {"^[];`a", "^[]]]a", "^[;;;;;;;;]a", "^^[[`;]"};
+    for (int n = 0; n < 20000; n++) {
+        const char* chars = alphabets[n % 4];
+        std::string text(1 + rand() % 120, ' ');
+        for (char& c : text)
+            c = chars[rand() % strlen(chars)];
+        ASSERT_EQ(caret_walk(text, false), caret_walk(text, true)) << text;
+    }
 }
 
 } // namespace
