@@ -41,6 +41,7 @@ extern const op_row threads_rows[2];
 extern const op_row download_rows[1];
 extern const op_row chat_rows[7];
 extern const op_row strings_rows[7];
+extern const op_row lock_rows[1];
 // clang-format on
 
 // One family: a name for tests and diagnostics, and its table of rows.
@@ -56,9 +57,9 @@ template <size_t N> constexpr op_family op_family_of(const char* name, const op_
 }
 
 // Every family, in the order they register: a name that two families register belongs to the
-// one listed first (the chat's "cookie" stays with the cookie family). register_all_operators
-// registers this list at run time, and tessel-registry-gen writes the program's pre-filled
-// registry from it at build time, as data that points into it. The resource log registers no
+// one listed first. register_all_operators registers this list at run time, and
+// tessel-registry-gen writes the program's pre-filled registry from it at build time, as data
+// that points into it. The resource log registers no
 // operator and has no row here. Adding a family is a table in its file, its declaration above
 // and its line here (README, "For developers").
 // clang-format off
@@ -91,6 +92,7 @@ inline constexpr op_family OPERATOR_FAMILIES[] = {
     op_family_of("download",     download_rows),
     op_family_of("chat",         chat_rows),
     op_family_of("strings",      strings_rows),
+    op_family_of("lock",         lock_rows),
 };
 // clang-format on
 
@@ -129,6 +131,7 @@ void register_thread_ops();
 void register_download_ops();
 void register_chat_ops();
 void register_string_ops();
+void register_lock_ops();
 void register_resource_log_ops();
 
 #endif

@@ -48,6 +48,7 @@ constexpr family_names REGISTERED[] = {
     {"download", "download"},
     {"chat", "chat log login message startup userlist validate"},
     {"strings", "ascii char findstr left length mid right"},
+    {"lock", "lock"},
 };
 
 TEST(RegisterAll, EveryNameBelongsToItsFamily)
