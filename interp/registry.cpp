@@ -10,7 +10,9 @@
 // without copying the rest of the text for every call.
 #include "interp/registry.h"
 
+#include <cstdarg>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -210,7 +212,42 @@ int expand_param_int(int count, char** params, int i)
     return str_to_int(expand_param_text(count, params, i));
 }
 
-char* page_error(const char* text)
+namespace {
+
+// The text of format and its arguments, formatted once. Ownership: new result.
+char* page_error_format(const char* format, va_list args)
 {
-    return str_dup(text);
+    va_list again;
+    va_copy(again, args);
+    int length = vsnprintf(nullptr, 0, format, again);
+    va_end(again);
+    if (length < 0)
+        length = 0;
+    char* text = static_cast<char*>(checked_malloc((size_t)length + 1));
+    vsnprintf(text, (size_t)length + 1, format, args);
+    return text;
+}
+
+} // namespace
+
+char* page_error(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    char* text = page_error_format(format, args);
+    va_end(args);
+    return text;
+}
+
+char* page_error_logged(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    char* text = page_error_format(format, args);
+    va_end(args);
+    size_t length = strlen(text);
+    bool bracketed = length >= 2 && text[0] == '[' && text[length - 1] == ']';
+    size_t cut = bracketed ? 1 : 0;
+    log_line(LOG_ERROR, "%.*s", (int)(length - 2 * cut), text + cut);
+    return text;
 }

@@ -148,7 +148,20 @@ inline const char* param_or(int count, char** params, int i, const char* fallbac
 // expand_param_text read as atoi reads it; 0 when absent.
 int expand_param_int(int count, char** params, int i);
 
-// A new copy of a literal page error such as "[if: wrong param count]". Ownership: new result.
-char* page_error(const char* text);
+// ---- page errors ------------------------------------------------------------------------
+
+// A failure inside an operator is a bracketed text in the page, written whole as one literal
+// where it is returned, so that what a page shows can be found with grep:
+//     return page_error("[if: wrong param count]");
+//     return page_error_logged("[save to '%s' failed: %s]", file, reason);
+// The format follows printf; a %s argument must not be null.
+
+// The page error formatted from format, not logged. Ownership: new result.
+char* page_error(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// As page_error, and writes the same text without its enclosing brackets to the error log:
+// "[save to 'x' failed: y]" logs "save to 'x' failed: y". The log line is cut as every log
+// line is (core/log.h); the page text is not. Ownership: new result.
+char* page_error_logged(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 #endif

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <unistd.h>
 
-#include "core/log.h"
 #include "core/str.h"
 #include "interp/registry.h"
 #include "interp/request.h"
@@ -44,21 +43,18 @@ char* op_counter(int, char** params)
             fclose(created);
     }
     if (access(path.get(), R_OK | W_OK) != 0)
-        return str_join("[counter: count file \"", path.get(), "\" not writable or non-existant.]",
-                        nullptr);
+        return page_error("[counter: count file \"%s\" not writable or non-existant.]", path.get());
     FILE* file = fopen(path.get(), "r+");
     if (!file)
-        return str_join("[counter: count file \"", path.get(), "\" not readable or non-existant.]",
-                        nullptr);
+        return page_error("[counter: count file \"%s\" not readable or non-existant.]", path.get());
     int count = 0;
     bool written = counter_bump(file, count);
     fclose(file);
     if (written)
         return str_dup(fmt_int(count));
     str_holder reason(system_error_text());
-    log_line(LOG_ERROR, "counter: count file \"%s\" not written: %s", path.get(), reason.get());
-    return str_join("[counter: count file \"", path.get(), "\" not written: ", reason.get(), "]",
-                    nullptr);
+    return page_error_logged("[counter: count file \"%s\" not written: %s]", path.get(),
+                             reason.get());
 }
 
 } // namespace

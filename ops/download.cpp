@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "cgi/response.h"
-#include "core/log.h"
 #include "core/table.h"
 #include "interp/macros.h"
 #include "interp/registry.h"
@@ -70,10 +69,8 @@ char* op_download(int count, char** params)
     char* error = nullptr;
     str_holder data(read_file_raw(path.get(), size, error));
     str_holder reason(error);
-    if (!data.get()) {
-        log_line(LOG_ERROR, "download error: %s", reason.get());
-        return str_join("[download error: ", reason.get(), "]", nullptr);
-    }
+    if (!data.get())
+        return page_error_logged("[download error: %s]", reason.get());
     download_send(str_nonempty(type.get()) ? type.get() : DEFAULT_TYPE, name, data.get(), size);
     return nullptr;
 }

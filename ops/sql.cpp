@@ -70,20 +70,19 @@ sql_target sql_parse_target(char* text)
     return target;
 }
 
-// Logs "sql WHAT error: MESSAGE" and returns MESSAGE: the client's last error, or "not
-// connected" without a connection, unless one is given. Ownership: new result.
-char* sql_log_error(const char* what, const char* message = nullptr)
+// The client's last error, or "not connected" without a connection. Ownership: view.
+const char* sql_client_error()
 {
-    if (!message)
-        message = connection ? client->error(connection) : "not connected";
-    log_line(LOG_ERROR, "sql %s error: %s", what, message);
-    return str_dup(message);
+    return connection ? client->error(connection) : "not connected";
 }
 
-// A failed step of a query, logged. Ownership: new message.
+// A failed step of a query, logged as "sql WHAT error: MESSAGE". The page shows it inside the
+// query's own failure text (sql_failure). Ownership: new message.
 sql_result sql_query_error(const char* what)
 {
-    return {nullptr, what, sql_log_error(what)};
+    const char* message = sql_client_error();
+    log_line(LOG_ERROR, "sql %s error: %s", what, message);
+    return {nullptr, what, str_dup(message)};
 }
 
 void sql_disconnect()
@@ -110,8 +109,7 @@ char* sql_connect(const sql_target& target)
                                  0))
             return nullptr;
     }
-    str_holder message(sql_log_error("connect", client ? nullptr : load_error));
-    return str_join("[sql connect error: ", message.get(), "]", nullptr);
+    return page_error_logged("[sql connect error: %s]", client ? sql_client_error() : load_error);
 }
 
 // Closes the connection when the `server` call is left, also by a lock violation out of the

@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "cgi/form.h"
-#include "core/log.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"
@@ -238,8 +237,7 @@ char* op_save(int count, char** params)
     str_holder error(write_file(file.get(), text.get(), false));
     if (!error.get())
         return nullptr;
-    log_line(LOG_ERROR, "save to '%s' failed: %s", file.get(), error.get());
-    return str_join("[save to '", file.get(), "' failed: ", error.get(), "]", nullptr);
+    return page_error_logged("[save to '%s' failed: %s]", file.get(), error.get());
 }
 
 char* op_flip(int, char** params)

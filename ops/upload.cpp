@@ -26,8 +26,7 @@ constexpr const char* NO_FILE = "(no file)";
 // Logs the failure and returns its bracketed text. Ownership: borrows all, new result.
 char* upload_error(const char* field, const char* target, const char* reason)
 {
-    log_line(LOG_ERROR, "upload field '%s' to '%s' failed: %s", field, target, reason);
-    return str_join("[upload field '", field, "' to '", target, "' failed: ", reason, "]", nullptr);
+    return page_error_logged("[upload field '%s' to '%s' failed: %s]", field, target, reason);
 }
 
 // The client file name with blanks made "_". The form reader already kept only its last path
@@ -119,8 +118,9 @@ char* op_unlink(int count, char** params)
     str_holder reason(file_remove(path.get()));
     if (!reason.get())
         return nullptr;
+    // The log names the file removed; the page, the name as the page wrote it.
     log_line(LOG_ERROR, "unlink '%s' failed: %s", path.get(), reason.get());
-    return str_join("[unlink '", name, "' failed: ", reason.get(), "]", nullptr);
+    return page_error("[unlink '%s' failed: %s]", name, reason.get());
 }
 
 } // namespace

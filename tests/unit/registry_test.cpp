@@ -187,4 +187,26 @@ TEST(Scanner, LearntListsMatchFreshReads)
     }
 }
 
+// A page error is formatted once: the page gets the bracketed text whole, the error log the
+// same text without its brackets (an argument is never read as a format), and only the
+// logged builder writes to the log.
+TEST(PageError, LogLineIsThePageTextWithoutBrackets)
+{
+    std::string log_path = temp_path("page_error_log");
+    unlink(log_path.c_str());
+    req.log_names[LOG_ERROR] = log_path.c_str();
+    EXPECT_EQ(own(page_error("[if: wrong param count]")), "[if: wrong param count]");
+    EXPECT_EQ(file_text(log_path), "");
+    EXPECT_EQ(own(page_error_logged("[save to '%s' failed: %s]", "a b", "full %s")),
+              "[save to 'a b' failed: full %s]");
+    std::string line = file_text(log_path);
+    EXPECT_EQ(line.substr(line.find(": ") + 2), "save to 'a b' failed: full %s\n");
+    std::string long_reason(3000, 'x');
+    std::string page = own(page_error_logged("[download error: %s]", long_reason.c_str()));
+    EXPECT_EQ(page, "[download error: " + long_reason + "]");
+    EXPECT_LE(file_text(log_path).size() - line.size(), 1024u);
+    req.log_names[LOG_ERROR] = "./error_log";
+    unlink(log_path.c_str());
+}
+
 } // namespace
