@@ -243,23 +243,23 @@ table* table_array::get_by_name(const char* name) const
     return find(name, pos) ? at(pos) : nullptr;
 }
 
-void table_array::store(table* t)
+void table_array::store(std::unique_ptr<table> t)
 {
     t->set_name(current_name_);
     int pos;
     if (!find(current_name_, pos)) {
-        insert(pos, t);
+        insert(pos, t.release());
         return;
     }
     table* old = at(pos);
     if (old->held()) {
-        delete t;
+        t.reset();
         throw table_lock_violation{TABLE_LOCK_REPLACED, old};
     }
     // Release the old table but keep its slot, so the new one takes its place in the order.
     delete old;
     slots()[pos] = nullptr;
-    put(pos, t);
+    put(pos, t.release());
 }
 
 void table_array::remove_current()
@@ -270,4 +270,33 @@ void table_array::remove_current()
     if (at(pos)->held())
         throw table_lock_violation{TABLE_LOCK_REPLACED, at(pos)};
     remove(pos);
+}
+
+// ---- scopes -------------------------------------------------------------------------------
+
+table_context_scope::table_context_scope(table_array& tables, const char* name)
+    : tables_(tables), saved_(str_dup(tables.current_name()))
+{
+    tables_.set_current_name(name);
+}
+
+table_context_scope::~table_context_scope()
+{
+    tables_.set_current_name(saved_.get());
+}
+
+table_hold_scope::table_hold_scope(table& t, table_hold how) : t_(t), how_(how)
+{
+    if (how_ == table_hold::LOCK)
+        t_.lock();
+    else
+        t_.pin();
+}
+
+table_hold_scope::~table_hold_scope()
+{
+    if (how_ == table_hold::LOCK)
+        t_.unlock();
+    else
+        t_.unpin();
 }

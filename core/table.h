@@ -8,6 +8,8 @@
 #ifndef TESSEL_CORE_TABLE_H
 #define TESSEL_CORE_TABLE_H
 
+#include <memory>
+
 #include "core/object_array.h"
 #include "core/str.h"
 
@@ -184,9 +186,9 @@ public:
 
     // Stores t under the current name, destroying a table of that name. When that table is
     // held (locked or pinned), t is destroyed instead and table_lock_violation{2, that table}
-    // is thrown.
+    // is thrown. Requires: t is not null.
     // Ownership: takes t.
-    void store(table* t);
+    void store(std::unique_ptr<table> t);
 
     // Destroys the table under the current name, if any. A held table is left alone and
     // table_lock_violation{2, that table} is thrown.
@@ -194,6 +196,44 @@ public:
 
 private:
     char* current_name_ = nullptr;
+};
+
+// ---- scopes -------------------------------------------------------------------------------
+
+// Makes name the registry's current name for the scope's life, then restores the name it
+// found, also when an exception (a lock violation) leaves the scope: the body of
+// ^context[name;body] and the replacement of a match run under a name of their own.
+// Not copyable. Ownership: borrows tables for the scope's life, borrows name.
+class table_context_scope {
+public:
+    table_context_scope(table_array& tables, const char* name);
+    ~table_context_scope();
+    table_context_scope(const table_context_scope&) = delete;
+    table_context_scope& operator=(const table_context_scope&) = delete;
+
+private:
+    table_array& tables_;
+    str_holder saved_;
+};
+
+// How a table_hold_scope protects its table. Both keep the registry from replacing or
+// removing it. LOCK: a loop over the rows that may not run again inside itself (table,
+// menu). PIN: the rows are reordered in place (sort), and loops over them stay allowed.
+enum class table_hold { LOCK, PIN };
+
+// Holds t as `how` says while a loop runs over it and releases it however the loop ends.
+// With LOCK the constructor throws table_lock_violation{1, t} when a loop holds t locked
+// already, and then holds nothing. Not copyable. Ownership: borrows t for the scope's life.
+class table_hold_scope {
+public:
+    table_hold_scope(table& t, table_hold how);
+    ~table_hold_scope();
+    table_hold_scope(const table_hold_scope&) = delete;
+    table_hold_scope& operator=(const table_hold_scope&) = delete;
+
+private:
+    table& t_;
+    table_hold how_;
 };
 
 #endif

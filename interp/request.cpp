@@ -1,6 +1,8 @@
 // The request record and the page-relative path resolution.
 #include "interp/request.h"
 
+#include <utility>
+
 #include "core/charset.h"
 #include "core/log.h"
 #include "core/str.h"
@@ -24,8 +26,8 @@ char* resolve_path(const char* name)
     return path;
 }
 
-void store_current_table(table* t)
+void store_current_table(std::unique_ptr<table> t)
 {
     if (t)
-        req.tables->store(t);
+        req.tables->store(std::move(t));
 }

@@ -6,6 +6,7 @@
 #define TESSEL_INTERP_REQUEST_H
 
 #include <cstdio>
+#include <memory>
 
 #include "core/sorted_map.h"
 #include "core/table.h"
@@ -93,7 +94,8 @@ inline const char* response_content_type()
 char* resolve_path(const char* name);
 
 // Stores t in the table registry under the current table name (see table_array::store); a
-// null t stores nothing. Ownership: takes t.
-void store_current_table(table* t);
+// null t stores nothing. The one way a table made by an operator enters the registry.
+// Ownership: takes t.
+void store_current_table(std::unique_ptr<table> t);
 
 #endif

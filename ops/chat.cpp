@@ -478,7 +478,7 @@ bool chat_is_command(const char* text)
 // Stores a table_named from text under the current name. Ownership: takes text.
 void chat_store(char* text)
 {
-    store_current_table(new table_named(text));
+    store_current_table(std::make_unique<table_named>(text));
 }
 
 // True for a day written "YYYY-MM-DD": the only names the archive holds.

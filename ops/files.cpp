@@ -89,7 +89,7 @@ void files_store_listing(const std::vector<std::string>& names)
         text.append(name.data(), name.size());
         text.append('\n');
     }
-    store_current_table(new table(text.take(true)));
+    store_current_table(std::make_unique<table>(text.take(true)));
 }
 
 // ---- handlers ---------------------------------------------------------------------------

@@ -1,5 +1,7 @@
 // Image sizes: `imgsize`, `jpegsize` and `gifsize` leave the pixel size of a GIF or JPEG file
 // as the current table, one row "width<TAB>height", for width and height attributes.
+#include <memory>
+
 #include "core/image_size.h"
 #include "core/str.h"
 #include "core/table.h"
@@ -22,7 +24,7 @@ char* op_imgsize(int count, char** params)
     text.append(fmt_int(width));
     text.append('\t');
     text.append(fmt_int(height));
-    store_current_table(new table(text.take(false)));
+    store_current_table(std::make_unique<table>(text.take(false)));
     return nullptr;
 }
 

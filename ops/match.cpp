@@ -7,6 +7,7 @@
 // replace form the row is built for the text searched from the current position, and the
 // replacement is expanded once per match with that table current under the name "match".
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include "core/str.h"
@@ -76,7 +77,7 @@ void match_add_cell(str_builder& row, const char* text, regoff_t from, regoff_t 
 
 // The match table for one match of a pattern with `groups` groups in text.
 // Ownership: borrows text, new result.
-table* match_table(const char* text, const regmatch_t* found, int groups)
+std::unique_ptr<table> match_table(const char* text, const regmatch_t* found, int groups)
 {
     str_builder header;
     str_builder row;
@@ -94,7 +95,7 @@ table* match_table(const char* text, const regmatch_t* found, int groups)
     match_add_cell(row, text, 0, found[0].rm_so);
     row.append('\t');
     match_add_cell(row, text, found[0].rm_eo, strlen(text));
-    table_named* result = new table_named(header.take(false));
+    auto result = std::make_unique<table_named>(header.take(false));
     result->add_row(row.view()); // added whole: a line feed in a cell does not start a row
     return result;
 }
@@ -116,31 +117,12 @@ char* match_test(const compiled_regex& re, const char* text)
     return nullptr;
 }
 
-// Makes "match" the current table name for a scope and restores the previous name.
-class match_context {
-public:
-    match_context() : saved_(str_dup(req.tables->current_name()))
-    {
-        req.tables->set_current_name("match");
-    }
-    ~match_context()
-    {
-        req.tables->set_current_name(saved_);
-        str_free(saved_);
-    }
-    match_context(const match_context&) = delete;
-    match_context& operator=(const match_context&) = delete;
-
-private:
-    char* saved_;
-};
-
 // The expansion of the replacement for one match in s (the text searched from the current
 // position), with its match table current under "match". Ownership: borrows all, new result.
 char* match_expand_replacement(const char* replacement, const char* s, const regmatch_t* found,
                                int groups)
 {
-    match_context context;
+    table_context_scope context(*req.tables, "match");
     store_current_table(match_table(s, found, groups));
     return expand_copy(replacement);
 }
@@ -197,7 +179,7 @@ char* match_replace(const compiled_regex& re, const char* replacement, const cha
     if (!replaced)
         return str_dup(text);
     if (!reads_table) {
-        match_context context;
+        table_context_scope context(*req.tables, "match");
         store_current_table(match_table(text + last, last_found.data(), re.groups()));
     }
     if (pos < length)

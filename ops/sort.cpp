@@ -160,25 +160,13 @@ void sort_range(const sort_job& job, int lo, int hi)
     }
 }
 
-// Keeps a table pinned in the registry for one sort, however the sort ends.
-class sort_pin {
-public:
-    explicit sort_pin(table* t) : t_(t) { t_->pin(); }
-    ~sort_pin() { t_->unpin(); }
-    sort_pin(const sort_pin&) = delete;
-    sort_pin& operator=(const sort_pin&) = delete;
-
-private:
-    table* t_;
-};
-
 // Sorts t pinned, so that a key body cannot replace or remove the table while its rows are
 // being moved; such an attempt ends the sort where it stands. The key may still loop over
 // the table. When a loop holds the table locked, the attempt is that loop's to report.
 void sort_table(const sort_job& job)
 {
     table* t = job.rows;
-    sort_pin pin(t);
+    table_hold_scope pin(*t, table_hold::PIN);
     int depth = req.depth;
     try {
         sort_range(job, 0, t->count() - 1);

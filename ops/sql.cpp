@@ -2,6 +2,8 @@
 // and leaves the result set as the current table.
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <utility>
 
 #include "cgi/charset.h"
 #include "core/log.h"
@@ -38,10 +40,10 @@ constexpr const char* SQL_BACKSLASH_ESCAPES_ON =
     "',NO_BACKSLASH_ESCAPES,', ','))";
 
 // What a query gives: a table for a result set, or a failure (the step WHAT and the client's
-// MESSAGE); neither for a statement without a result set. Rows and message are owned by the
+// MESSAGE); neither for a statement without a result set. The message is owned by the
 // receiver.
 struct sql_result {
-    table* rows = nullptr;
+    std::unique_ptr<table> rows;
     const char* what = nullptr;
     char* message = nullptr;
 };
@@ -144,10 +146,10 @@ char* sql_header_line(mysql_result* result, unsigned fields)
 
 // A table_named of the result set; every row line is each value (NULL as nothing) followed
 // by a tab, so lines end with a tab and the table has a last column with an empty name.
-table* sql_shape_result(mysql_result* result)
+std::unique_ptr<table> sql_shape_result(mysql_result* result)
 {
     unsigned fields = client->num_fields(result);
-    table* shaped = new table_named(sql_header_line(result, fields));
+    auto shaped = std::make_unique<table_named>(sql_header_line(result, fields));
     for (unsigned long long rows = client->num_rows(result); rows > 0; rows--) {
         char** row = client->fetch_row(result);
         if (!row)
@@ -203,9 +205,9 @@ sql_result sql_run_query(char* query)
         return {};
     }
     status_known = true;
-    table* shaped = sql_shape_result(result);
+    std::unique_ptr<table> shaped = sql_shape_result(result);
     client->free_result(result);
-    return {shaped};
+    return {std::move(shaped)};
 }
 
 // The query text with " limit OFFSET,COUNT" when either is non-zero. Ownership: takes query,
@@ -262,7 +264,7 @@ char* op_sql(int count, char** params)
     sql_result result = sql_run_query(query.get());
     if (result.message)
         return sql_failure(query.get(), result.what, result.message);
-    store_current_table(result.rows);
+    store_current_table(std::move(result.rows));
     return nullptr;
 }
 

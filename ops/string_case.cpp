@@ -5,6 +5,7 @@
 // followed by a TAB, so the row also ends in one empty cell. Both keep the remainder beyond
 // the last cut as a piece; `^item[0]` reads the first piece.
 #include <cstring>
+#include <memory>
 
 #include "core/str.h"
 #include "core/table.h"
@@ -62,7 +63,7 @@ char* split_store(char** params, split_function split)
     const char* separator = str_nonempty(params[1]) ? params[1] : nullptr;
     char* line = separator ? split(str_dup(params[0]), separator)
                            : (params[0] ? str_join(params[0], "\t", nullptr) : nullptr);
-    store_current_table(new table(line));
+    store_current_table(std::make_unique<table>(line));
     return nullptr;
 }
 

@@ -19,46 +19,13 @@ table* tables_current()
     return req.tables->get_current();
 }
 
-// Stores t under the current name. Ownership: takes t.
-void tables_store(std::unique_ptr<table> t)
-{
-    store_current_table(t.release());
-}
-
-// Makes name the current table name for its lifetime, then restores the previous one.
-class context_scope {
-public:
-    explicit context_scope(const char* name) : saved_(str_dup(req.tables->current_name()))
-    {
-        req.tables->set_current_name(name);
-    }
-    ~context_scope() { req.tables->set_current_name(saved_.get()); }
-    context_scope(const context_scope&) = delete;
-    context_scope& operator=(const context_scope&) = delete;
-
-private:
-    str_holder saved_;
-};
-
-// Holds a table locked for one loop; the lock is released however the loop ends.
-class loop_lock {
-public:
-    explicit loop_lock(table* t) : t_(t) { t_->lock(); }
-    ~loop_lock() { t_->unlock(); }
-    loop_lock(const loop_lock&) = delete;
-    loop_lock& operator=(const loop_lock&) = delete;
-
-private:
-    table* t_;
-};
-
 // Runs body over t with t locked. Locking a table that an outer loop holds throws to that
 // loop. A violation aimed at t (a nested loop over it, or an attempt to replace it) stops
 // this loop and appends message; one aimed at another loop's table passes on.
 template <typename Body>
 void tables_loop(table* t, str_builder& out, const char* message, Body body)
 {
-    loop_lock lock(t);
+    table_hold_scope lock(*t, table_hold::LOCK);
     int depth = req.depth;
     try {
         body();
@@ -156,7 +123,7 @@ void config_edit(table* t, int count, char** params)
     const char* verb = params[0];
     const char* text = params[count - 1];
     if (str_equal(verb, "named"))
-        tables_store(std::make_unique<table_named>(str_dup(text)));
+        store_current_table(std::make_unique<table_named>(str_dup(text)));
     else if (str_equal(verb, "join"))
         config_join(t, params[1]);
     else if (str_equal(verb, "insert"))
@@ -195,7 +162,7 @@ char* op_config(int count, char** params)
     for (int i = 0; i < count; i++)
         expand_param(params, i);
     if (!tables_current())
-        tables_store(std::make_unique<table>());
+        store_current_table(std::make_unique<table>());
     table* t = tables_current();
     if (str_equal(params[0], "remove")) {
         config_remove(t, count, params);
@@ -205,9 +172,9 @@ char* op_config(int count, char** params)
     if (count >= 2)
         config_edit(t, count, params);
     else if (str_equal(params[0], "formelements"))
-        tables_store(config_form_elements());
+        store_current_table(config_form_elements());
     else
-        tables_store(std::make_unique<table>(str_dup(params[0])));
+        store_current_table(std::make_unique<table>(str_dup(params[0])));
     return nullptr;
 }
 
@@ -223,7 +190,7 @@ char* op_load(int count, char** params)
     else
         loaded = std::make_unique<table_named>(text);
     table* t = loaded.get();
-    tables_store(std::move(loaded));
+    store_current_table(std::move(loaded));
     t->locate_prefix(0, req.request_uri);
     return nullptr;
 }
@@ -255,7 +222,7 @@ char* op_flip(int, char** params)
                 t->add_row(cell);
         }
     }
-    tables_store(std::move(t));
+    store_current_table(std::move(t));
     return nullptr;
 }
 
@@ -266,7 +233,7 @@ char* op_context(int count, char** params)
         req.tables->set_current_name(name.get());
         return nullptr;
     }
-    context_scope scope(name.get());
+    table_context_scope scope(*req.tables, name.get());
     return expand_copy(params[1]);
 }
 

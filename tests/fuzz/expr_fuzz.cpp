@@ -21,7 +21,7 @@ void define_operands()
     req.variables->set("s", "text");
     req.variables->set("f", "1.5e3");
     req.tables->set_current_name("t");
-    store_current_table(new table_named(str_dup("a\tb\tc\n1\t2.5\tx\n-7\t\t0x1f\n")));
+    store_current_table(std::make_unique<table_named>(str_dup("a\tb\tc\n1\t2.5\tx\n-7\t\t0x1f\n")));
 }
 
 } // namespace

@@ -189,9 +189,9 @@ TEST(Expr, TableItemsAsOperands)
         req.tables = new table_array;
     EXPECT_EQ(status_of("nosuch"), EXPR_BAD_NAME); // no current table
     req.tables->set_current_name("t");
-    req.tables->store(new table_named(str_dup("price\tqty\tword\n2.5\t4\tabc\n")));
+    req.tables->store(std::make_unique<table_named>(str_dup("price\tqty\tword\n2.5\t4\tabc\n")));
     req.tables->set_current_name("other");
-    req.tables->store(new table(str_dup("9\t8\n")));
+    req.tables->store(std::make_unique<table>(str_dup("9\t8\n")));
     EXPECT_EQ(value_of("t::price*t::qty"), 10);
     EXPECT_EQ(value_of("::1+1"), 9);    // plain table: column by number
     EXPECT_EQ(value_of("anything"), 9); // non-numeric name selects column 0

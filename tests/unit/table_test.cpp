@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <memory>
 #include <random>
 #include <string>
 #include <unistd.h>
@@ -12,9 +13,9 @@
 
 namespace {
 
-table* plain(const char* text)
+std::unique_ptr<table> plain(const char* text)
 {
-    return new table(str_dup(text));
+    return std::make_unique<table>(str_dup(text));
 }
 
 // The item, "(null)" when there is none.
@@ -206,6 +207,50 @@ TEST(TableArray, LockedTableIsNeitherReplacedNorRemoved)
     EXPECT_EQ(tables.get_current(), old);
     EXPECT_STREQ(old->row(0), "old");
     old->unlock();
+    tables.store(plain("new"));
+    EXPECT_STREQ(tables.get_current()->row(0), "new");
+}
+
+// The scopes put things back however their body ends: here by the lock violation that a
+// nested loop or store throws through them.
+TEST(TableScopes, ContextIsRestoredOnAThrow)
+{
+    table_array tables;
+    for (const char* outer : {"outer", static_cast<const char*>(nullptr)}) {
+        tables.set_current_name(outer);
+        try {
+            table_context_scope scope(tables, "inner");
+            EXPECT_STREQ(tables.current_name(), "inner");
+            tables.set_current_name("changed inside"); // ^context[x] in the body
+            throw table_lock_violation{TABLE_LOCK_REPLACED, nullptr};
+        } catch (const table_lock_violation&) {
+        }
+        EXPECT_STREQ(tables.current_name(), outer);
+    }
+}
+
+TEST(TableScopes, HoldKeepsTheTableAndIsReleasedOnAThrow)
+{
+    table_array tables;
+    tables.store(plain("old"));
+    table* t = tables.get_current();
+    try {
+        table_hold_scope lock(*t, table_hold::LOCK);
+        EXPECT_THROW(tables.store(plain("new")), table_lock_violation);
+        EXPECT_THROW(table_hold_scope again(*t, table_hold::LOCK), table_lock_violation);
+        EXPECT_TRUE(t->locked()); // the refused second lock released nothing
+        throw table_lock_violation{TABLE_LOCK_REENTERED, t};
+    } catch (const table_lock_violation&) {
+    }
+    EXPECT_FALSE(t->held());
+    try {
+        table_hold_scope pin(*t, table_hold::PIN);
+        table_hold_scope loop(*t, table_hold::LOCK); // a loop over a table being sorted
+        EXPECT_THROW(tables.remove_current(), table_lock_violation);
+        throw table_lock_violation{TABLE_LOCK_REPLACED, t};
+    } catch (const table_lock_violation&) {
+    }
+    EXPECT_FALSE(t->held());
     tables.store(plain("new"));
     EXPECT_STREQ(tables.get_current()->row(0), "new");
 }
