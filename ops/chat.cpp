@@ -1,5 +1,5 @@
 // The chat: visitors join with a nick, post messages and list the room, all kept in files
-// under "chat/" in the program's working folder, each changed under an exclusive flock.
+// under "chat/" in the program's working folder, replaced whole under the chat's flock.
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -15,6 +15,7 @@
 
 #include "cgi/cookie.h"
 #include "core/crypt_library.h"
+#include "core/file_replace.h"
 #include "core/log.h"
 #include "core/str.h"
 #include "core/table.h"
@@ -33,6 +34,7 @@ constexpr const char* INDEX = "chat/index";             // date TAB time TAB nic
 constexpr const char* PASSWORD = "chat/admin/password"; // one crypt hash
 constexpr const char* BANNED = "chat/admin/banned";     // one nick per line
 constexpr const char* LOG_DIR = "chat/log/";            // one file per day, as INDEX
+constexpr const char* LOCK = "chat/.lock";              // never replaced: holds the chat's lock
 
 constexpr const char* MESSAGE_COLUMNS = "date\ttime\tnick\ttext\n";
 constexpr const char* COOKIE_NAME = "chat";
@@ -49,11 +51,18 @@ char* fresh_ticket = nullptr;
 
 // ---- files ------------------------------------------------------------------------------
 
-// "[op: cannot use FILE: reason]" for the failing system call. Ownership: new result.
+// The error for op about path, with the system's message for errno. Ownership: new result.
 char* chat_file_error(const char* op, const char* path)
 {
     str_holder reason(system_error_text());
-    return str_join("[", op, ": cannot use ", path, ": ", reason.get(), "]", nullptr);
+    return page_error("[%s: cannot use %s: %s]", op, path, reason.get());
+}
+
+// The error for a failed write, also written to the error log. Ownership: borrows all, new
+// result.
+char* chat_write_error(const char* op, const char* path, const char* reason)
+{
+    return page_error_logged("[%s: cannot use %s: %s]", op, path, reason);
 }
 
 // The error text with the visitor's input that caused it, escaped, and "]".
@@ -74,58 +83,172 @@ char* chat_make_layout(const char* op)
     return nullptr;
 }
 
-// One chat file, open and under an exclusive flock from construction to destruction, for a
-// read-modify-write that no other request can interleave. Opening creates a missing file.
-class chat_file {
+// The chat's lock: an exclusive flock on LOCK, held from the read to the write of every
+// read-modify-write of a chat file, so that no other request can interleave. The files are
+// replaced by a rename, and a lock on a replaced file guards nothing (the next request opens
+// the new one), so the lock lives on a file that is never replaced. Holders nest within a
+// request: the first takes the lock, the last releases it.
+class chat_lock {
 public:
-    explicit chat_file(const char* path, int mode = 0666)
+    chat_lock()
     {
-        fd_ = open(path, O_RDWR | O_CREAT, mode);
-        if (fd_ >= 0)
-            flock(fd_, LOCK_EX);
-    }
-    ~chat_file()
-    {
-        if (fd_ >= 0) {
-            flock(fd_, LOCK_UN);
-            close(fd_);
+        if (depth_++ > 0)
+            return;
+        fd_ = open(LOCK, O_RDONLY | O_CREAT | O_CLOEXEC, 0666);
+        int locked = fd_ < 0 ? -1 : flock(fd_, LOCK_EX);
+        while (locked != 0 && fd_ >= 0 && errno == EINTR)
+            locked = flock(fd_, LOCK_EX);
+        if (locked != 0) {
+            error_ = errno;
+            if (fd_ >= 0)
+                close(fd_);
+            fd_ = -1;
         }
     }
-    chat_file(const chat_file&) = delete;
-    chat_file& operator=(const chat_file&) = delete;
-
-    bool ok() const { return fd_ >= 0; }
-
-    // The whole content, read under the lock. Ownership: new result.
-    char* read_all() const
+    ~chat_lock()
     {
-        struct stat info;
-        if (fstat(fd_, &info) != 0)
+        if (--depth_ == 0 && fd_ >= 0) {
+            close(fd_);
+            fd_ = -1;
+        }
+    }
+    chat_lock(const chat_lock&) = delete;
+    chat_lock& operator=(const chat_lock&) = delete;
+
+    // The error for op when the lock could not be taken, else null. Ownership: new result.
+    char* error(const char* op) const
+    {
+        if (!error_)
             return nullptr;
-        char* text = (char*)checked_malloc(info.st_size + 1);
-        ssize_t got = info.st_size > 0 ? pread(fd_, text, info.st_size, 0) : 0;
-        text[got > 0 ? got : 0] = '\0';
-        return text;
-    }
-
-    // Replaces the content; false on a write failure.
-    bool replace(const char* text) const
-    {
-        size_t size = str_len0(text);
-        bool ok = size == 0 || pwrite(fd_, str_or_empty(text), size, 0) == (ssize_t)size;
-        return ftruncate(fd_, size) == 0 && ok;
-    }
-
-    // Adds text at the end in one write; false on a failure.
-    bool append(const char* text) const
-    {
-        size_t size = str_len0(text);
-        return lseek(fd_, 0, SEEK_END) >= 0 && write(fd_, text, size) == (ssize_t)size;
+        errno = error_;
+        return chat_file_error(op, LOCK);
     }
 
 private:
-    int fd_;
+    static inline int fd_ = -1;
+    static inline int depth_ = 0;
+    int error_ = 0;
 };
+
+// Opens the file at path for writing, creating it with mode when missing, and closes it;
+// false, with errno set, when it cannot be opened so.
+bool chat_create(const char* path, mode_t mode)
+{
+    int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, mode);
+    if (fd >= 0)
+        close(fd);
+    return fd >= 0;
+}
+
+// Reads the whole file at path into text; a missing file reads as empty. False, with errno
+// set, when the file cannot be read. Ownership: new text.
+bool chat_read(const char* path, char*& text)
+{
+    text = nullptr;
+    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return errno == ENOENT;
+    struct stat info;
+    bool ok = fstat(fd, &info) == 0;
+    if (ok) {
+        text = (char*)checked_malloc(info.st_size + 1);
+        ssize_t got = info.st_size > 0 ? read(fd, text, info.st_size) : 0;
+        ok = got >= 0;
+        text[ok ? got : 0] = '\0';
+    }
+    int saved = errno;
+    close(fd);
+    errno = saved;
+    return ok;
+}
+
+// Replaces the file at path by text whole (old content or new, even after a kill or on a
+// full disk); null on success, else the error for op, which is also logged.
+// Ownership: borrows all, new result.
+char* chat_write(const char* op, const char* path, const char* text)
+{
+    str_holder reason(file_replace(path, str_or_empty(text), str_len0(text)));
+    return reason.get() ? chat_write_error(op, path, reason.get()) : nullptr;
+}
+
+// The offset just after the last line end of the file open as fd, 0 when it holds none: the
+// end of its last whole line. -1 with errno set on a read failure.
+off_t chat_whole_lines_end(int fd, off_t size)
+{
+    char chunk[4096];
+    for (off_t end = size; end > 0;) {
+        off_t start = end > (off_t)sizeof chunk ? end - (off_t)sizeof chunk : 0;
+        ssize_t got = pread(fd, chunk, end - start, start);
+        if (got != end - start)
+            return got < 0 ? -1 : 0;
+        for (ssize_t i = got - 1; i >= 0; i--)
+            if (chunk[i] == '\n')
+                return start + i + 1;
+        end = start;
+    }
+    return 0;
+}
+
+// A day's archive, open for adding lines under the chat lock. Lines are appended, not
+// replaced: a line cut short by a kill or a full disk lacks its line end, readers skip it
+// (chat_whole_lines), and the next line is written over it.
+class chat_archive {
+public:
+    explicit chat_archive(const char* path)
+    {
+        fd_ = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+        struct stat info;
+        if (fd_ >= 0 && fstat(fd_, &info) == 0)
+            start_ = chat_whole_lines_end(fd_, info.st_size);
+    }
+    ~chat_archive()
+    {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    chat_archive(const chat_archive&) = delete;
+    chat_archive& operator=(const chat_archive&) = delete;
+
+    // Writes line after the last whole line and cuts off anything after it; false, with errno
+    // set and the file cut back, on a failure.
+    bool append(const char* line)
+    {
+        if (fd_ < 0 || start_ < 0)
+            return false;
+        off_t at = start_;
+        for (size_t left = strlen(line); left > 0;) {
+            ssize_t written = pwrite(fd_, line, left, at);
+            if (written < 0 && errno == EINTR)
+                continue;
+            if (written <= 0) { // the next write after a short one gives the cause
+                int saved = written == 0 ? EIO : errno;
+                undo();
+                errno = saved;
+                return false;
+            }
+            line += written;
+            left -= (size_t)written;
+            at += written;
+        }
+        return ftruncate(fd_, at) == 0;
+    }
+    // Takes the appended line back.
+    void undo() const { [[maybe_unused]] int ignored = ftruncate(fd_, start_); }
+
+private:
+    int fd_;
+    off_t start_ = -1;
+};
+
+// Text without an unfinished last line, which an append cut short left. Ownership: takes
+// text, new result.
+char* chat_whole_lines(char* text)
+{
+    char* end = text ? strrchr(text, '\n') : nullptr;
+    if (text)
+        *(end ? end + 1 : text) = '\0';
+    return text;
+}
 
 // The lines of a file's text, each without its line end. Ownership: takes text.
 std::unique_ptr<table> chat_lines(char* text)
@@ -166,8 +289,9 @@ const char* chat_nick_form_error(const char* nick)
 // True when the file's text lists nick as a line, ASCII case ignored.
 bool chat_banned(const char* nick)
 {
-    chat_file file(BANNED);
-    str_holder text(file.ok() ? file.read_all() : nullptr);
+    char* read = nullptr;
+    chat_read(BANNED, read);
+    str_holder text(read);
     for (char* cursor = text.get(); cursor;) {
         const char* line = str_take_token(cursor, '\n');
         if (*line && strcasecmp(line, nick) == 0)
@@ -198,14 +322,18 @@ char* chat_new_ticket()
 // The visitors of the user list as rows "nick TAB ticket TAB last seen TAB admin".
 class userlist {
 public:
-    explicit userlist(const char* op) : file_(USERLIST), op_(op)
+    explicit userlist(const char* op) : op_(op)
     {
-        if (file_.ok())
-            rows_ = chat_lines(file_.read_all());
+        error_.reset(lock_.error(op));
+        char* text = nullptr;
+        if (!error_.get() && !chat_read(USERLIST, text))
+            error_.reset(chat_file_error(op, USERLIST));
+        if (!error_.get())
+            rows_ = chat_lines(text);
     }
-    bool ok() const { return file_.ok(); }
-    // The error for op when the file could not be opened, else null. Ownership: new result.
-    char* error() const { return file_.ok() ? nullptr : chat_file_error(op_, USERLIST); }
+    bool ok() const { return !error_.get(); }
+    // The error for op when the list could not be read, else null. Ownership: new result.
+    char* error() const { return str_dup(error_.get()); }
 
     int count() const { return rows_ ? rows_->count() : 0; }
     // Moves the list's cursor to row i and gives that row's cell column. Ownership: new
@@ -276,12 +404,13 @@ public:
     char* save() const
     {
         str_holder text(rows_->serialise());
-        return file_.replace(text.get()) ? nullptr : chat_file_error(op_, USERLIST);
+        return chat_write(op_, USERLIST, text.get());
     }
 
 private:
-    chat_file file_;
+    chat_lock lock_; // first: taken before the read, released after everything else
     const char* op_;
+    str_holder error_;
     std::unique_ptr<table> rows_;
 };
 
@@ -331,7 +460,7 @@ bool chat_password_matches(const char* password, const char* stored)
 // The stored hash without its line end, null when no password is set. Ownership: new result.
 char* chat_stored_hash()
 {
-    char* text = read_file(PASSWORD, true, true);
+    char* text = read_file(PASSWORD, true, false);
     if (text)
         text[strcspn(text, "\n")] = '\0';
     if (!str_nonempty(text)) {
@@ -353,11 +482,11 @@ char* chat_set_password(const char* password)
                            : nullptr;
     if (!hash || hash[0] == '*')
         return chat_file_error("startup", "crypt");
-    chat_file file(PASSWORD, 0660);
-    str_holder line(str_join(hash, "\n", nullptr));
-    if (!file.ok() || !file.replace(line.get()))
+    // Made first with the mode that keeps others out, which the replacement then keeps.
+    if (!chat_create(PASSWORD, 0660))
         return chat_file_error("startup", PASSWORD);
-    return nullptr;
+    str_holder line(str_join(hash, "\n", nullptr));
+    return chat_write("startup", PASSWORD, line.get());
 }
 
 // ---- messages ---------------------------------------------------------------------------
@@ -401,42 +530,51 @@ char* chat_last_lines(char* text, const char* columns, int n)
     return out.take(false);
 }
 
-// Appends a message line to the index (keeping its newest INDEX_KEEP lines) and to the day's
-// archive; null on success. Ownership: new result.
+// Adds a message line to the day's archive and to the index (keeping its newest INDEX_KEEP
+// lines); null on success. When the index cannot be written the archive's line is taken back,
+// so a failed post (a full disk) is in neither. Ownership: new result.
 char* chat_post(const char* nick, const char* text)
 {
     str_holder day(str_dup(chat_now("%Y-%m-%d")));
     str_holder line(
         str_join(day.get(), "\t", chat_now("%H:%M:%S"), "\t", nick, "\t", text, "\n", nullptr));
-    chat_file index(INDEX);
-    if (!index.ok())
+    chat_lock lock;
+    if (char* error = lock.error("message"))
+        return error;
+    char* old = nullptr;
+    if (!chat_read(INDEX, old))
         return chat_file_error("message", INDEX);
-    str_holder kept(chat_last_lines(index.read_all(), nullptr, INDEX_KEEP - 1));
+    str_holder kept(chat_last_lines(old, nullptr, INDEX_KEEP - 1));
     str_append(kept.ref(), line.get());
-    if (!index.replace(kept.get()))
-        return chat_file_error("message", INDEX);
     str_holder archive_name(str_join(LOG_DIR, day.get(), nullptr));
-    chat_file archive(archive_name.get());
-    if (!archive.ok() || !archive.append(line.get()))
-        return chat_file_error("message", archive_name.get());
-    return nullptr;
+    chat_archive archive(archive_name.get());
+    if (!archive.append(line.get())) {
+        str_holder reason(system_error_text());
+        return chat_write_error("message", archive_name.get(), reason.get());
+    }
+    char* error = chat_write("message", INDEX, kept.get());
+    if (error)
+        archive.undo();
+    return error;
 }
 
-// Adds nick to the ban list (ban) or takes it off; null on success. The list's lock is
-// released on return, before anyone takes the user list's. Ownership: new result.
+// Adds nick to the ban list (ban) or takes it off; null on success. Ownership: new result.
 char* chat_edit_bans(const char* nick, bool ban)
 {
-    chat_file file(BANNED);
-    if (!file.ok())
+    chat_lock lock;
+    if (char* error = lock.error("message"))
+        return error;
+    char* old = nullptr;
+    if (!chat_read(BANNED, old))
         return chat_file_error("message", BANNED);
-    auto rows = chat_lines(file.read_all());
+    auto rows = chat_lines(old);
     for (int i = rows->count() - 1; i >= 0; i--)
         if (strcasecmp(rows->row(i), nick) == 0)
             rows->remove(i);
     if (ban)
         rows->add_row(nick);
     str_holder text(rows->serialise());
-    return file.replace(text.get()) ? nullptr : chat_file_error("message", BANNED);
+    return chat_write("message", BANNED, text.get());
 }
 
 // Bans nick (ban) or lifts its ban; null on success. A banned visitor who is
@@ -463,8 +601,9 @@ char* chat_command(const char* text)
         return chat_ban(text + 5, true);
     if (str_starts_with(text, "/unban "))
         return chat_ban(text + 7, false);
-    chat_file index(INDEX);
-    return index.ok() && index.replace(nullptr) ? nullptr : chat_file_error("message", INDEX);
+    chat_lock lock; // a post in progress must not write back what /clear removed
+    char* error = lock.error("message");
+    return error ? error : chat_write("message", INDEX, nullptr);
 }
 
 bool chat_is_command(const char* text)
@@ -516,11 +655,12 @@ char* op_startup(int count, char** params)
 {
     if (char* error = chat_make_layout("startup"))
         return error;
-    for (const char* path : {USERLIST, INDEX, BANNED}) {
-        chat_file file(path);
-        if (!file.ok())
+    for (const char* path : {USERLIST, INDEX, BANNED})
+        if (!chat_create(path, 0666))
             return chat_file_error("startup", path);
-    }
+    chat_lock lock; // makes the lock file, so that a folder closed later keeps working
+    if (char* error = lock.error("startup"))
+        return error;
     const char* password = param_text(count, params, 0);
     return str_nonempty(password) ? chat_set_password(password) : nullptr;
 }
@@ -675,8 +815,9 @@ char* op_userlist(int count, char** params)
     if (char* error = chat_make_layout("userlist"))
         return error;
     if (str_equal(param_text(count, params, 0), "banned")) {
-        chat_file file(BANNED);
-        str_holder text(file.ok() ? file.read_all() : nullptr);
+        char* read = nullptr;
+        chat_read(BANNED, read);
+        str_holder text(read);
         chat_store(str_join("nick\n", text.get(), nullptr));
         return nullptr;
     }
@@ -711,10 +852,10 @@ char* op_chat(int count, char** params)
     bool admin = false;
     if (char* error = chat_visitor("chat", false, nick, admin))
         return error;
-    chat_file index(INDEX);
-    if (!index.ok())
+    char* text = nullptr;
+    if (!chat_read(INDEX, text))
         return chat_file_error("chat", INDEX);
-    chat_store(chat_last_lines(index.read_all(), MESSAGE_COLUMNS, n));
+    chat_store(chat_last_lines(text, MESSAGE_COLUMNS, n));
     return nullptr;
 }
 
@@ -729,7 +870,7 @@ char* op_log(int count, char** params)
     if (!chat_is_day(day))
         return chat_error_about("[log: bad day ", day);
     str_holder path(str_join(LOG_DIR, day, nullptr));
-    str_holder text(read_file(path.get(), true, true));
+    str_holder text(chat_whole_lines(read_file(path.get(), true, false)));
     chat_store(str_join(MESSAGE_COLUMNS, text.get(), nullptr));
     return nullptr;
 }

@@ -38,19 +38,19 @@ read_room b
 check_contains "bob reads them too" "[bob] ann,bob"
 
 # 50 posts at once, 25 from each visitor: none lost, none torn. While another process holds
-# the index's lock they all wait, then they go on together.
+# the chat's lock they all wait, then they go on together.
 index=$CGI_BIN/chat/index
 archive=$CGI_BIN/chat/log/$(date +%Y-%m-%d)
 before=$(cat "$index")
 # The locker copies the index at the end of its hold, when the posts have been waiting.
-flock "$index" -c "touch '$WORK/locked'; sleep 4; cat '$index' >'$WORK/during'" &
+flock "$CGI_BIN/chat/.lock" -c "touch '$WORK/locked'; sleep 4; cat '$index' >'$WORK/during'" &
 for ((i = 0; i < 100; i++)); do [[ -e $WORK/locked ]] && break; sleep 0.1; done
 for i in $(seq 1 50); do
     if ((i % 2)); then jar=a; else jar=b; fi
     curl -s -o /dev/null -b "$JARS/$jar" --data-urlencode "text=burst $i" "$BASE/post.html" &
 done
 wait
-check_equal "posts wait while the index is locked" "$before" "$(cat "$WORK/during")"
+check_equal "posts wait while the chat is locked" "$before" "$(cat "$WORK/during")"
 line='^[0-9]{4}-[0-9]{2}-[0-9]{2}\t[0-9]{2}:[0-9]{2}:[0-9]{2}\t(ann|bob)\t(hello from (ann|bob)|burst [0-9]+)$'
 for file in "$index" "$archive"; do
     check_equal "$(basename "$file"): every line whole" 52 "$(grep -cP "$line" "$file")"
