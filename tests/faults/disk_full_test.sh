@@ -38,6 +38,17 @@ printf '^context[b;^load[book]^config[insert;new\tfirst]^save[book]]\n' >"$site/
 printf '^cache[key;^for[i;1;3000;fragment ]]\n' >"$site/cache.html"
 printf '^counter[hits]\n' >"$site/count.html"
 printf '^upload[f;photo.bin]\n' >"$site/upload.html"
+# The chat: ann, who is present, posts. The user list is small, the index (100 long messages)
+# is not.
+ticket=0123456789abcdef0123456789abcdef
+mkdir -p "$site/chat/admin" "$site/chat/log"
+: >"$site/chat/.lock"
+printf 'ann\t%s\t4000000000\t0\n' "$ticket" >"$site/chat/userlist"
+for ((i = 0; i < 100; i++)); do printf '2026-01-01\t10:00:00\tbob\t%d %0900d\n' "$i" 0; done \
+    >"$site/chat/index"
+printf '2026-01-01\t10:00:00\tbob\tfirst\n' >"$site/chat/log/$(date +%Y-%m-%d)"
+cp -r "$site/chat" "$disk/chat.before"
+printf '^message[hello]\n' >"$site/post.html"
 dd if=/dev/zero of="$site/filler" bs=4k 2>/dev/null
 
 out=$(render save.html REQUEST_METHOD=GET)
@@ -60,6 +71,19 @@ check_equal "upload: the page names the cause" \
     "[upload field 'f' to '$site/photo.bin' failed: $FULL]" "$out"
 check_same_file "upload: the old file is intact" "$disk/photo.before" "$site/photo.bin"
 
-check_equal "no temporary file is left" "" "$(ls -a "$site" | grep -F .tmp-)"
-check_equal "the error log names the cause of each" 3 "$(grep -cF "$FULL" "$log")"
+out=$(render post.html REQUEST_METHOD=GET HTTP_COOKIE="chat=$ticket")
+check_equal "chat: a post that cannot mark its visitor seen says so" \
+    "[message: cannot use chat/userlist: $FULL]" "$out"
+check_equal "chat: no chat file changed" "" "$(diff -r "$disk/chat.before" "$site/chat")"
+# Room for the user list but not for the index: the line already added to the archive is
+# taken back, so the failed post is in neither.
+truncate -s -16K "$site/filler"
+out=$(render post.html REQUEST_METHOD=GET HTTP_COOKIE="chat=$ticket")
+check_equal "chat: a post that cannot be written to the index says so" \
+    "[message: cannot use chat/index: $FULL]" "$out"
+check_equal "chat: index and archive keep their old content" "" \
+    "$(diff -r -x userlist "$disk/chat.before" "$site/chat")"
+
+check_equal "no temporary file is left" "" "$(find "$site" -name '*.tmp-*')"
+check_equal "the error log names the cause of each" 5 "$(grep -cF "$FULL" "$log")"
 exit $E2E_FAILED
