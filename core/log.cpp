@@ -100,9 +100,10 @@ void log_signal_line(const char* message)
 {
     static constexpr const char* MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    struct timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
-    civil_time local = civil_time_of(now.tv_sec, local_time_offset(now.tv_sec));
+    // time(), as log_line uses: it reads the kernel's coarse clock, which can lag the precise
+    // one by a tick, so another clock could stamp the same instant a second later.
+    time_t now = time(nullptr);
+    civil_time local = civil_time_of(now, local_time_offset(now));
     char line[LINE_SIZE];
     size_t used = put_text(line, 0, "[");
     used = put_number(line, used, local.day, 2);
