@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/number.h"
 #include "core/str.h"
 
 namespace {

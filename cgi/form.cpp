@@ -11,6 +11,7 @@
 #include "cgi/charset.h"
 #include "cgi/request.h"
 #include "core/log.h"
+#include "core/number.h"
 #include "core/str.h"
 
 namespace {

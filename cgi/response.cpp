@@ -3,6 +3,7 @@
 
 #include <array>
 
+#include "core/number.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "interp/request.h"

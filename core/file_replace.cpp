@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "core/file.h"
 #include "core/str.h"
 
 namespace {

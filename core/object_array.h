@@ -11,7 +11,7 @@
 #include <type_traits>
 
 #include "core/log.h"
-#include "core/str.h"
+#include "core/memory.h"
 
 // ---- tobject ----------------------------------------------------------------------------
 

@@ -3,6 +3,9 @@
 
 #include <cstring>
 
+#include "core/number.h"
+#include "core/str.h"
+
 namespace {
 
 constexpr int TABLE_LIMIT = 16;

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstring>
 
+#include "core/number.h"
 #include "core/str.h"
 #include "interp/request.h"
 

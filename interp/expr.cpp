@@ -14,6 +14,7 @@
 
 #include <unistd.h>
 
+#include "core/number.h"
 #include "core/sorted_map.h"
 #include "core/str.h"
 #include "core/table.h"

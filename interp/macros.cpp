@@ -8,6 +8,8 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include "core/file.h"
+#include "core/number.h"
 #include "core/sorted_map.h"
 #include "core/str.h"
 #include "interp/registry.h"

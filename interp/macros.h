@@ -14,7 +14,7 @@
 #include <functional>
 #include <initializer_list>
 
-#include "core/str.h"
+#include "core/memory.h"
 
 // ---- start-up and pages -------------------------------------------------------------------
 

@@ -17,6 +17,7 @@
 #include <cstring>
 
 #include "core/log.h"
+#include "core/number.h"
 #include "core/str.h"
 #include "interp/registry_storage.h"
 #include "interp/request.h"

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "cgi/request.h"
+#include "core/file.h"
 #include "core/str.h"
 #include "interp/registry.h"
 #include "interp/request.h"

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <sys/stat.h>
 
+#include "core/file.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "interp/registry.h"

@@ -15,8 +15,10 @@
 
 #include "cgi/cookie.h"
 #include "core/crypt_library.h"
+#include "core/file.h"
 #include "core/file_replace.h"
 #include "core/log.h"
+#include "core/number.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"

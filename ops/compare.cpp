@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/number.h"
 #include "core/str.h"
 #include "interp/registry.h"
 #include "interp/request.h"

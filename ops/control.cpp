@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "core/number.h"
 #include "core/sorted_map.h"
 #include "core/str.h"
 #include "interp/escape.h"

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <unistd.h>
 
+#include "core/file.h"
+#include "core/number.h"
 #include "core/str.h"
 #include "interp/registry.h"
 #include "interp/request.h"

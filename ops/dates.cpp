@@ -7,6 +7,7 @@
 #include <ctime>
 #include <memory>
 
+#include "core/number.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/registry.h"

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "cgi/response.h"
+#include "core/str.h"
 #include "core/table.h"
 #include "interp/macros.h"
 #include "interp/registry.h"

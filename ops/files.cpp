@@ -12,6 +12,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "core/file.h"
+#include "core/number.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/registry.h"

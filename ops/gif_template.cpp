@@ -16,6 +16,7 @@
 #include "core/gd_library.h"
 #include "core/image_size.h"
 #include "core/log.h"
+#include "core/number.h"
 #include "core/polygon_fill.h"
 #include "core/str.h"
 #include "interp/macros.h"

@@ -3,7 +3,8 @@
 #include <memory>
 
 #include "core/image_size.h"
-#include "core/str.h"
+#include "core/memory.h"
+#include "core/number.h"
 #include "core/table.h"
 #include "interp/registry.h"
 #include "interp/request.h"

@@ -11,6 +11,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "core/file.h"
 #include "core/log.h"
 #include "core/str.h"
 #include "interp/escape.h"

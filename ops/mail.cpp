@@ -7,6 +7,8 @@
 
 #include "core/charset.h"
 #include "core/log.h"
+#include "core/number.h"
+#include "core/process.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "interp/registry.h"

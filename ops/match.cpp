@@ -10,6 +10,7 @@
 #include <memory>
 #include <vector>
 
+#include "core/number.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"

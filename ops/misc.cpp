@@ -5,6 +5,7 @@
 #include <ctime>
 #include <unistd.h>
 
+#include "core/number.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "interp/registry.h"

@@ -9,6 +9,7 @@
 #include "cgi/charset.h"
 #include "cgi/form.h"
 #include "cgi/response.h"
+#include "core/number.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "interp/registry.h"

@@ -10,6 +10,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include "core/number.h"
 #include "core/str.h"
 #include "ops/ops.h"
 

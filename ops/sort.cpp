@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "cgi/charset.h"
+#include "core/number.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/registry.h"

@@ -8,6 +8,7 @@
 #include "cgi/charset.h"
 #include "core/log.h"
 #include "core/mysql_client.h"
+#include "core/number.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"

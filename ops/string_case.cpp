@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 
+#include "core/number.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"

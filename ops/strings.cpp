@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 
+#include "core/number.h"
 #include "core/str.h"
 #include "interp/registry.h"
 #include "ops/ops.h"

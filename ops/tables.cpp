@@ -3,6 +3,8 @@
 #include <memory>
 
 #include "cgi/form.h"
+#include "core/file.h"
+#include "core/number.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"

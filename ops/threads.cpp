@@ -2,6 +2,7 @@
 // cut mark for a listing.
 #include <cstring>
 
+#include "core/number.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "interp/registry.h"

@@ -9,8 +9,10 @@
 
 #include "cgi/form.h"
 #include "core/charset.h"
+#include "core/file.h"
 #include "core/file_replace.h"
 #include "core/log.h"
+#include "core/number.h"
 #include "core/str.h"
 #include "interp/registry.h"
 #include "interp/request.h"

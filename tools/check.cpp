@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include "core/file.h"
 #include "core/str.h"
 #include "interp/macros.h"
 #include "interp/registry.h"

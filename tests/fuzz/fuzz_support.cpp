@@ -3,6 +3,7 @@
 // input asks for, files change only inside the scratch folder and no program runs. Outside
 // an input the calls pass through unchanged.
 #include "fuzz_support.h"
+#include "core/memory.h"
 
 #include <cerrno>
 #include <climits>

@@ -11,7 +11,7 @@
 #include "cgi/dispatch.h"
 #include "cgi/form.h"
 #include "cgi/request.h"
-#include "core/str.h"
+#include "core/memory.h"
 #include "fuzz_support.h"
 
 namespace {

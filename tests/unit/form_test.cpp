@@ -10,7 +10,6 @@
 #include "cgi/form.h"
 #include "cgi/log.h"
 #include "cgi/request.h"
-#include "core/str.h"
 #include "test_support.h"
 
 namespace {

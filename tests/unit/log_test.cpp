@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "core/log.h"
+#include "core/str.h"
 #include "test_support.h"
 
 namespace {

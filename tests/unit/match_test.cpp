@@ -7,7 +7,7 @@
 #include <string>
 
 #include "cgi/request.h"
-#include "core/str.h"
+#include "core/memory.h"
 #include "core/table.h"
 #include "interp/escape.h"
 #include "interp/registry.h"

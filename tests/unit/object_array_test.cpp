@@ -3,7 +3,9 @@
 #include <memory>
 
 #include "cgi/request.h"
+#include "core/number.h"
 #include "core/object_array.h"
+#include "core/str.h"
 #include "core/table.h"
 #include "test_support.h"
 

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "cgi/request.h"
+#include "core/str.h"
 #include "core/table.h"
 #include "test_support.h"
 

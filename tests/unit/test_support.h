@@ -15,7 +15,7 @@
 #include <map>
 
 #include "cgi/request.h"
-#include "core/str.h"
+#include "core/memory.h"
 #include "interp/registry.h"
 #include "ops/ops.h"
 
