@@ -70,7 +70,7 @@ void response_header(const char* name, const char* value)
 void response_content(const char* type, int length)
 {
     response_header("Content-type", type);
-    response_header("Content-length", fmt_int(length));
+    response_header("Content-length", fmt_int(length).text);
 }
 
 void response_filename(const char* name)

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "core/file_replace.h"
+#include "core/number.h"
 #include "core/str.h"
 
 // ---- whole files ----------------------------------------------------------------------
@@ -87,9 +88,7 @@ char* file_remove(const char* path)
 char* system_error_text()
 {
     int number = errno;
-    char digits[16];
-    snprintf(digits, sizeof digits, "%d", number);
-    return str_join(strerror(number), "(#", digits, ")", nullptr);
+    return str_join(strerror(number), "(#", fmt_int(number).text, ")", nullptr);
 }
 
 void lock_stream(FILE* stream)

@@ -18,36 +18,32 @@ int str_to_int(const char* s)
     return s ? atoi(s) : 0;
 }
 
-namespace {
-
-// The decimal digits of magnitude, after a minus sign when negative, at the end of buffer:
-// what "%d" and "%lu" print, without the formatted-print machinery that a start of the
-// program would otherwise page in for a number. Ownership: view of buffer.
-template <size_t N>
-const char* fmt_decimal(char (&buffer)[N], unsigned long magnitude, bool negative)
+// The decimal digits of magnitude, after a minus sign when negative, from the start of the
+// result's text.
+static fmt_digits fmt_decimal(unsigned long magnitude, bool negative)
 {
-    static_assert(N > 21, "room for every unsigned long, a sign and the terminator");
-    char* p = buffer + N;
-    *--p = '\0';
+    char reversed[FMT_DIGITS_SIZE];
+    size_t count = 0;
     do {
-        *--p = char('0' + magnitude % 10);
+        reversed[count++] = char('0' + magnitude % 10);
         magnitude /= 10;
     } while (magnitude);
+    fmt_digits out;
+    char* p = out.text;
     if (negative)
-        *--p = '-';
-    return p;
+        *p++ = '-';
+    while (count)
+        *p++ = reversed[--count];
+    *p = '\0';
+    return out;
 }
 
-} // namespace
-
-const char* fmt_int(int n)
+fmt_digits fmt_int(int n)
 {
-    static char buffer[24];
-    return fmt_decimal(buffer, n < 0 ? 0ul - (unsigned long)n : (unsigned long)n, n < 0);
+    return fmt_decimal(n < 0 ? 0ul - (unsigned long)n : (unsigned long)n, n < 0);
 }
 
-const char* fmt_ulong(unsigned long n)
+fmt_digits fmt_ulong(unsigned long n)
 {
-    static char buffer[24];
-    return fmt_decimal(buffer, n, false);
+    return fmt_decimal(n, false);
 }

@@ -1,6 +1,8 @@
-// Numbers in text: digit tests, reading integers, and formatting them.
+// Numbers in text: digit tests, reading integers, and formatting them into the caller's
+// storage.
 //
-// A null string reads as empty text. Nothing here allocates.
+// A null string reads as empty text. Nothing here allocates: a formatted number lives in the
+// fmt_digits value the formatter returns.
 #ifndef TESSEL_CORE_NUMBER_H
 #define TESSEL_CORE_NUMBER_H
 
@@ -41,9 +43,20 @@ inline int int_min(int a, int b)
 
 // ---- formatting -----------------------------------------------------------------------
 
-// n in decimal, as "%d" and "%lu" print it, in a static buffer of each formatter that is
-// valid until the same formatter is called again. Ownership: view of a static buffer.
-const char* fmt_int(int n);
-const char* fmt_ulong(unsigned long n);
+// Room for every unsigned long in decimal, a sign and the terminator.
+constexpr size_t FMT_DIGITS_SIZE = 24;
+
+// A formatted number, its text held in the value itself: each result stands on its own, so
+// several can be used together. The text lives as long as the value: within the expression
+// that formats it (str_dup(fmt_int(n).text)), or as long as a variable that keeps the value
+// (fmt_digits count = fmt_int(n); ... count.text). Ownership: the value owns its text.
+struct fmt_digits {
+    char text[FMT_DIGITS_SIZE];
+};
+
+// n in decimal, as "%d" and "%lu" print it, without the formatted-print machinery (which the
+// start of a small page would otherwise page in for one number).
+fmt_digits fmt_int(int n);
+fmt_digits fmt_ulong(unsigned long n);
 
 #endif

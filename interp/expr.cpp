@@ -605,7 +605,7 @@ int expr_int_remainder(int a, int b)
 char* format_number(double value, const char* format)
 {
     if (!format)
-        return str_dup(fmt_int(expr_to_int(value)));
+        return str_dup(fmt_int(expr_to_int(value)).text);
     number_kind kind = format_kind(format);
     std::string out;
     bool used = false;

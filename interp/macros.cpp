@@ -234,7 +234,7 @@ char* macro_rewrite_params(const char* body, const char* params)
             continue;
         size_t len = 0;
         int number = match_param_name(p, names, len);
-        out.append(number ? fmt_int(number) : PARAM_NOT_FOUND);
+        out.append(number ? fmt_int(number).text : PARAM_NOT_FOUND);
         p += len;
     }
     return out.take(false);

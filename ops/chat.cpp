@@ -389,8 +389,8 @@ public:
     }
     void add(const char* nick, const char* ticket, long now, bool admin)
     {
-        str_holder row(
-            str_join(nick, "\t", ticket, "\t", fmt_ulong(now), "\t", admin ? "1" : "0", nullptr));
+        str_holder row(str_join(nick, "\t", ticket, "\t", fmt_ulong(now).text, "\t",
+                                admin ? "1" : "0", nullptr));
         rows_->add_row(row.get());
     }
     // Marks row i as seen now.
@@ -398,7 +398,7 @@ public:
     {
         str_holder nick(seek_cell(i, 0)), ticket(seek_cell(i, 1)), admin(seek_cell(i, 3));
         rows_->remove(i);
-        str_holder row(str_join(nick.get(), "\t", ticket.get(), "\t", fmt_ulong(now), "\t",
+        str_holder row(str_join(nick.get(), "\t", ticket.get(), "\t", fmt_ulong(now).text, "\t",
                                 admin.get(), nullptr));
         rows_->insert_row(i, row.get());
     }
@@ -834,7 +834,7 @@ char* op_userlist(int count, char** params)
     for (int i = 0; i < users.count(); i++) {
         str_holder nick(users.seek_cell(i, 0)), admin(users.seek_cell(i, 3));
         str_holder row(str_join(
-            nick.get(), "\t", fmt_ulong(now > users.seen(i) ? now - users.seen(i) : 0), "\t",
+            nick.get(), "\t", fmt_ulong(now > users.seen(i) ? now - users.seen(i) : 0).text, "\t",
             str_equal(admin.get(), "1") ? "1" : "", "\t", i == me ? "1" : "", "\n", nullptr));
         out.append(row.get());
     }

@@ -166,7 +166,7 @@ char* op_optionand(int count, char** params)
 
 char* op_optioncount(int, char** params)
 {
-    return str_dup(fmt_int(option_split(params[0]).size()));
+    return str_dup(fmt_int(option_split(params[0]).size()).text);
 }
 
 } // namespace

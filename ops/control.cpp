@@ -56,7 +56,7 @@ int control_int_op(char op, int a, int b)
 char* var_compute(const char* old, const char* op, char* operand)
 {
     if (str_equal(op, "+") || str_equal(op, "-") || str_equal(op, "*") || str_equal(op, "/"))
-        return str_dup(fmt_int(control_int_op(op[0], str_to_int(old), str_to_int(operand))));
+        return str_dup(fmt_int(control_int_op(op[0], str_to_int(old), str_to_int(operand))).text);
     double value;
     char* error = control_eval(operand, "var", value);
     return error ? error : format_number(value, op);
@@ -73,7 +73,7 @@ public:
     ~loop_variable() { req.variables->set_take(name_, saved_); }
     loop_variable(const loop_variable&) = delete;
     loop_variable& operator=(const loop_variable&) = delete;
-    void set(int value) { req.variables->set(name_, fmt_int(value)); }
+    void set(int value) { req.variables->set(name_, fmt_int(value).text); }
 
 private:
     const char* name_;

@@ -53,7 +53,7 @@ char* op_counter(int, char** params)
     bool written = counter_bump(file, count);
     fclose(file);
     if (written)
-        return str_dup(fmt_int(count));
+        return str_dup(fmt_int(count).text);
     str_holder reason(system_error_text());
     return page_error_logged("[counter: count file \"%s\" not written: %s]", path.get(),
                              reason.get());

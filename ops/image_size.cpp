@@ -22,9 +22,9 @@ char* op_imgsize(int count, char** params)
     if (!image_file_size(path.get(), width, height))
         width = height = 0;
     str_builder text;
-    text.append(fmt_int(width));
+    text.append(fmt_int(width).text);
     text.append('\t');
-    text.append(fmt_int(height));
+    text.append(fmt_int(height).text);
     store_current_table(std::make_unique<table>(text.take(false)));
     return nullptr;
 }

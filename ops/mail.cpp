@@ -125,7 +125,7 @@ char* op_sendmail(int count, char** params)
     if (code == 0 && !reported)
         return nullptr;
     return str_join("[sendmail reported error: ", reported ? report : "UNKNOWN", ", #",
-                    fmt_int(code), "]", nullptr);
+                    fmt_int(code).text, "]", nullptr);
 }
 
 } // namespace

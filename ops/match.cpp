@@ -86,7 +86,7 @@ std::unique_ptr<table> match_table(const char* text, const regmatch_t* found, in
     match_add_cell(row, text, found[0].rm_so, found[0].rm_eo);
     for (int g = 1; g <= groups; g++) {
         header.append("\t\\");
-        header.append(fmt_int(g));
+        header.append(fmt_int(g).text);
         row.append('\t');
         if (found[g].rm_so >= 0)
             match_add_cell(row, text, found[g].rm_so, found[g].rm_eo);

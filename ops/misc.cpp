@@ -62,7 +62,7 @@ char* op_date(int count, char** params)
         t = date_apply_offset(t, offset);
     const char* format = param_text(count, params, 0);
     if (!str_nonempty(format))
-        return str_dup(fmt_int(static_cast<int>(t)));
+        return str_dup(fmt_int(static_cast<int>(t)).text);
     struct tm local;
     if (!localtime_r(&t, &local))
         return nullptr;
@@ -76,7 +76,7 @@ char* op_sum(int count, char** params)
 {
     unsigned a = static_cast<unsigned>(param_int(count, params, 0));
     unsigned b = static_cast<unsigned>(param_int(count, params, 1));
-    return str_dup(fmt_int(static_cast<int>(a + b)));
+    return str_dup(fmt_int(static_cast<int>(a + b)).text);
 }
 
 // process[text]: the text expanded once with escaping off, then expanded again.
@@ -110,7 +110,7 @@ char* op_random(int count, char** params)
     int bound = param_int(count, params, 0);
     if (bound <= 0)
         bound = DEFAULT_RANDOM_BOUND;
-    return str_dup(fmt_int(rand() % bound));
+    return str_dup(fmt_int(rand() % bound).text);
 }
 
 } // namespace

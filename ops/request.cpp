@@ -148,7 +148,7 @@ char* op_browser(int count, char** params)
     }
     if (version == 0 || version > param_int(count, params, 1))
         return nullptr;
-    return str_dup(fmt_int(version));
+    return str_dup(fmt_int(version).text);
 }
 
 // header[name;value]: sets the content type, or writes "name: value" at once.

@@ -217,10 +217,10 @@ char* sql_add_limit(char* query, int count, int offset)
 {
     if (count == 0 && offset == 0)
         return query;
-    char* limited = str_join(query, " limit ", fmt_int(offset), nullptr);
+    char* limited = str_join(query, " limit ", fmt_int(offset).text, nullptr);
     str_free(query);
     str_append(limited, ",");
-    str_append(limited, fmt_int(count));
+    str_append(limited, fmt_int(count).text);
     return limited;
 }
 

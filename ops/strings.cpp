@@ -14,7 +14,7 @@ namespace {
 
 char* op_length(int, char** params)
 {
-    return str_dup(fmt_int(str_len0(params[0])));
+    return str_dup(fmt_int(str_len0(params[0])).text);
 }
 
 // The comparison with the length is unsigned, so a negative n keeps the whole text.
@@ -69,14 +69,14 @@ char* op_char(int count, char** params)
 char* op_ascii(int, char** params)
 {
     const char* text = params[0];
-    return str_dup(fmt_int(text ? (signed char)text[0] : 0));
+    return str_dup(fmt_int(text ? (signed char)text[0] : 0).text);
 }
 
 // Note the order: the needle comes first.
 char* op_findstr(int, char** params)
 {
     const char* found = str_find(params[1], params[0]);
-    return str_dup(fmt_int(found ? (int)(found - params[1]) : -1));
+    return str_dup(fmt_int(found ? (int)(found - params[1]) : -1).text);
 }
 
 } // namespace

@@ -284,11 +284,11 @@ char* op_item(int count, char** params)
         return nullptr;
     // These words win over column names: a column called "count" is read by number.
     if (str_equal(column, "current"))
-        return str_dup(fmt_int(t->current()));
+        return str_dup(fmt_int(t->current()).text);
     if (str_equal(column, "number"))
-        return str_dup(fmt_int(t->current() + 1));
+        return str_dup(fmt_int(t->current() + 1).text);
     if (str_equal(column, "count"))
-        return str_dup(fmt_int(t->count()));
+        return str_dup(fmt_int(t->count()).text);
     return escape_take(t->item_by_name(column));
 }
 

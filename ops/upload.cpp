@@ -68,7 +68,7 @@ char* upload_file_field(const char* field_name, const form_entry* field, int cou
     if (strcmp(what, "name") == 0)
         return upload_client_name(field);
     if (strcmp(what, "size") == 0)
-        return str_dup(fmt_int(field->length));
+        return str_dup(fmt_int(field->length).text);
     if (strcmp(what, "value") == 0)
         return str_dup_n(field->value, field->length);
     if (strcmp(what, "uuencode") == 0)

@@ -70,7 +70,7 @@ TEST(ObjectArray, RemovePacksAndShrinksInDeltaSteps)
 {
     object_array<char> a(16, 16);
     for (int i = 0; i < 48; i++)
-        a.append(s(fmt_int(i)));
+        a.append(s(fmt_int(i).text));
     EXPECT_EQ(a.limit(), 48);
     while (a.count() > 10)
         a.remove(0);
