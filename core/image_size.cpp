@@ -27,7 +27,7 @@ bool gif_size(FILE* f, int& width, int& height)
 {
     unsigned char header[GIF_HEADER_SIZE];
     size_t got = fread(header, 1, sizeof header, f);
-    return gif_header_size(header, got, width, height);
+    return image_gif_header_size(header, got, width, height);
 }
 
 bool jpeg_size(FILE* f, int& width, int& height)
@@ -71,7 +71,7 @@ const char* upper_extension(const char* path, char (&buffer)[8])
 
 } // namespace
 
-bool gif_header_size(const unsigned char* bytes, size_t length, int& width, int& height)
+bool image_gif_header_size(const unsigned char* bytes, size_t length, int& width, int& height)
 {
     if (length < GIF_HEADER_SIZE || memcmp(bytes, "GIF", 3) != 0)
         return false;

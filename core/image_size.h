@@ -10,7 +10,7 @@ constexpr size_t GIF_HEADER_SIZE = 13;
 // The logical screen size of a GIF from its first bytes: width in bytes 6 and 7, height in 8
 // and 9, little-endian. False when there are fewer than GIF_HEADER_SIZE bytes or they do not
 // begin with "GIF". Ownership: borrows bytes.
-bool gif_header_size(const unsigned char* bytes, size_t length, int& width, int& height);
+bool image_gif_header_size(const unsigned char* bytes, size_t length, int& width, int& height);
 
 // The size of the picture in the file at path; the extension after the last "." of the
 // path, in any case, chooses the reader: "GIF" or "JPG" (".jpeg" is not read). False when the

@@ -177,7 +177,7 @@ long rule_offset(const zone_rule& rule, int64_t t)
 {
     if (!rule.has_dst)
         return rule.std_offset;
-    int64_t year = civil_time_of(t, 0).year;
+    int64_t year = local_time_civil(t, 0).year;
     int64_t start = rule_change(year, rule.start, rule.std_offset);
     int64_t end = rule_change(year, rule.end, rule.dst_offset);
     bool dst = start <= end ? t >= start && t < end : t < end || t >= start;
@@ -348,7 +348,7 @@ bool zone_file_path(const char* tz, char* path)
 
 } // namespace
 
-civil_time civil_time_of(int64_t t, long offset)
+civil_time local_time_civil(int64_t t, long offset)
 {
     int64_t seconds = t + offset;
     int64_t days = floor_div(seconds, SECONDS_PER_DAY);

@@ -23,7 +23,7 @@ struct civil_time {
 };
 
 // The broken-down time of t seconds after the epoch plus offset seconds.
-civil_time civil_time_of(int64_t t, long offset);
+civil_time local_time_civil(int64_t t, long offset);
 
 // The local zone's offset east of UTC, in seconds, at time t.
 long local_time_offset(int64_t t);

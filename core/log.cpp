@@ -103,7 +103,7 @@ void log_signal_line(const char* message)
     // time(), as log_line uses: it reads the kernel's coarse clock, which can lag the precise
     // one by a tick, so another clock could stamp the same instant a second later.
     time_t now = time(nullptr);
-    civil_time local = civil_time_of(now, local_time_offset(now));
+    civil_time local = local_time_civil(now, local_time_offset(now));
     char line[LINE_SIZE];
     size_t used = put_text(line, 0, "[");
     used = put_number(line, used, local.day, 2);
@@ -125,7 +125,7 @@ void log_signal_line(const char* message)
     append_line(LOG_ERROR, line, used);
 }
 
-void fatal_log(const char* format, ...)
+void log_fatal(const char* format, ...)
 {
     va_list args;
     va_start(args, format);

@@ -27,6 +27,6 @@ void log_signal_line(const char* message);
 
 // Logs the message to the error log and exits with status 254, printing nothing: exhausted
 // memory and container misuse. It formats into a fixed buffer and never touches the heap.
-[[noreturn]] void fatal_log(const char* format, ...) __attribute__((format(printf, 1, 2)));
+[[noreturn]] void log_fatal(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 #endif

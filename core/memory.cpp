@@ -36,7 +36,7 @@ void* checked_malloc(size_t size)
         return nullptr;
     void* block = size >= LARGE_BLOCK ? large_alloc(size) : malloc(size);
     if (!block)
-        fatal_log("unable to malloc %d bytes", (int)size);
+        log_fatal("unable to malloc %d bytes", (int)size);
     return block;
 }
 
@@ -48,7 +48,7 @@ void* checked_realloc(void* block, size_t size)
     }
     void* grown = !block && size >= LARGE_BLOCK ? large_alloc(size) : realloc(block, size);
     if (!grown)
-        fatal_log("unable to realloc %d bytes", (int)size);
+        log_fatal("unable to realloc %d bytes", (int)size);
     return grown;
 }
 

@@ -35,7 +35,7 @@ public:
     object_array(int limit, int delta) : delta_(delta)
     {
         if (delta < 0)
-            fatal_log("array negative delta");
+            log_fatal("array negative delta");
         set_limit(limit);
     }
     ~object_array() override { destruct(); }
@@ -52,7 +52,7 @@ public:
     void increase()
     {
         if (delta_ < 1)
-            fatal_log("array increase error");
+            log_fatal("array increase error");
         set_limit(limit_ + delta_);
     }
 
@@ -69,9 +69,9 @@ public:
     T* at(int index) const
     {
         if (index < 0 || index >= count_)
-            fatal_log("array index %d out of range [0..%d]", index, count_ - 1);
+            log_fatal("array index %d out of range [0..%d]", index, count_ - 1);
         if (!items_[index])
-            fatal_log("array at %d error", index);
+            log_fatal("array at %d error", index);
         return items_[index];
     }
 
@@ -149,7 +149,7 @@ template <typename T> void object_array<T>::set_limit(int n)
     }
     T** grown = (T**)checked_realloc(items_, sizeof(T*) * n);
     if (!grown || n < count_)
-        fatal_log("array set_limit error");
+        log_fatal("array set_limit error");
     if (n > limit_)
         memset(grown + limit_, 0, sizeof(T*) * (n - limit_));
     items_ = grown;
@@ -162,7 +162,7 @@ template <typename T> void object_array<T>::put(int index, T* item)
         increase();
     if (index < count_) {
         if (index < 0 || items_[index])
-            fatal_log("array item %d put error", index);
+            log_fatal("array item %d put error", index);
         items_[index] = item;
         return;
     }
@@ -173,7 +173,7 @@ template <typename T> void object_array<T>::put(int index, T* item)
 template <typename T> void object_array<T>::insert(int index, T* item)
 {
     if (index < 0)
-        fatal_log("array negative insert index");
+        log_fatal("array negative insert index");
     while (count_ >= limit_ || index >= limit_)
         increase();
     if (index >= count_) {

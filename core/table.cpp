@@ -72,7 +72,7 @@ void table::add_rows_from(const char* text)
 const char* table::row(int index) const
 {
     if (index < 0 || index >= count())
-        fatal_log("table row index %d out of range [0..%d]", index, count() - 1);
+        log_fatal("table row index %d out of range [0..%d]", index, count() - 1);
     return slots()[index];
 }
 

@@ -349,7 +349,7 @@ bool step_group(const char*& p, evaluation& s)
         return false;
     }
     p++;
-    s.cur = evaluate(p, EXPR_GROUP);
+    s.cur = expr_evaluate(p, EXPR_GROUP);
     if (expr_status != EXPR_OK)
         return false;
     if (*p)
@@ -360,7 +360,7 @@ bool step_group(const char*& p, evaluation& s)
 
 bool step_prefix(const char*& p, evaluation& s, int op)
 {
-    double x = evaluate(p, EXPR_OPERAND);
+    double x = expr_evaluate(p, EXPR_OPERAND);
     if (expr_status != EXPR_OK)
         return false;
     s.cur = apply_prefix(op, x); // replaces a value standing before it
@@ -377,7 +377,7 @@ bool step_binary(const char*& p, evaluation& s, int op)
         return false;
     }
     if (precedence(op) > precedence(s.pending)) {
-        double b = evaluate(p, EXPR_OPERAND);
+        double b = expr_evaluate(p, EXPR_OPERAND);
         if (expr_status != EXPR_OK)
             return false;
         s.cur = apply(s.cur, op, b);
@@ -528,7 +528,7 @@ const char* expr_status_text(int status)
     return status >= 0 && status <= EXPR_BAD_NAME ? TEXTS[status] : "";
 }
 
-double evaluate(const char*& position, int mode)
+double expr_evaluate(const char*& position, int mode)
 {
     if (mode == EXPR_WHOLE)
         expr_status = EXPR_OK;
@@ -547,7 +547,7 @@ double evaluate(const char*& position, int mode)
 double expr_evaluate_text(const char* text, const char*& rest)
 {
     rest = str_or_empty(text);
-    return evaluate(rest, EXPR_WHOLE);
+    return expr_evaluate(rest, EXPR_WHOLE);
 }
 
 char* expr_strip(char* text)
@@ -602,7 +602,7 @@ int expr_int_remainder(int a, int b)
     return b == -1 ? 0 : a % b;
 }
 
-char* format_number(double value, const char* format)
+char* expr_format_number(double value, const char* format)
 {
     if (!format)
         return str_dup(fmt_int(expr_to_int(value)).text);

@@ -37,9 +37,9 @@ constexpr int EXPR_OPERAND = 2; // exactly one operand
 // Evaluates from position, which is moved to where reading stopped (on an error, to where
 // the error was found). On a non-zero expr_status the result is 0 and meaningless. Callers
 // use EXPR_WHOLE. Ownership: position is a view into the caller's text.
-double evaluate(const char*& position, int mode);
+double expr_evaluate(const char*& position, int mode);
 
-// evaluate(EXPR_WHOLE) of text; rest is set to where reading stopped. Ownership: view.
+// expr_evaluate(EXPR_WHOLE) of text; rest is set to where reading stopped. Ownership: view.
 double expr_evaluate_text(const char* text, const char*& rest);
 
 // Removes every white-space character of text in place; returns text. Ownership: view.
@@ -60,7 +60,7 @@ char* expr_error_message(const char* name, const char* rest);
 // Only the first conversion of the format takes the value; conversions that cannot take a
 // number (such as "%s" or "%n"), and any after the first, are copied as text.
 // Ownership: borrows format, new result.
-char* format_number(double value, const char* format);
+char* expr_format_number(double value, const char* format);
 
 // The value truncated toward zero to a 32-bit signed integer; NaN and values outside the
 // range give INT_MIN, as the processor's conversion does.

@@ -106,7 +106,7 @@ void use_tessel_cfg_walk(str_builder& output)
     for (const char* slash = strchr(page, '/'); slash; slash = strchr(slash + 1, '/')) {
         std::string path(page, slash - page);
         path += "/_tessel.cfg";
-        define_macro_file(path.c_str(), &output);
+        macro_define_file(path.c_str(), &output);
     }
 }
 
@@ -121,7 +121,7 @@ void use_directory(const char* dir, str_builder& output)
     walk.close();
     std::sort(names.begin(), names.end());
     for (const std::string& name : names)
-        define_macro_file((std::string(dir) + name).c_str(), &output);
+        macro_define_file((std::string(dir) + name).c_str(), &output);
 }
 
 // "dir/name" read as "dir/_name".
@@ -129,7 +129,7 @@ void use_file(char* path, str_builder& output)
 {
     char* base = str_cut_at_last(path, '/');
     std::string file = base ? std::string(path) + "/_" + base : std::string("_") + path;
-    define_macro_file(file.c_str(), &output);
+    macro_define_file(file.c_str(), &output);
 }
 
 } // namespace
@@ -138,22 +138,22 @@ void use_file(char* path, str_builder& output)
 
 void macro_init()
 {
-    if (define_macro_file("_macro.cfg", nullptr) > 0)
+    if (macro_define_file("_macro.cfg", nullptr) > 0)
         return;
-    str_holder site_file(resolve_path("/_macro.cfg"));
-    define_macro_file(site_file.get(), nullptr);
+    str_holder site_file(request_resolve_path("/_macro.cfg"));
+    macro_define_file(site_file.get(), nullptr);
 }
 
-char* load_page(const char* path)
+char* macro_load_page(const char* path)
 {
-    char* text = read_file(path, false, false);
+    char* text = file_read(path, false, false);
     if (!text)
         return nullptr;
     if (!first_header(text)) // no definitions: spare a copy of a page that may be large
         return expand_in_place(text);
     str_holder copy(str_dup(text));
     str_builder output;
-    if (define_macros(copy.get(), &output) > 0) {
+    if (macro_define_text(copy.get(), &output) > 0) {
         str_free(text);
         return output.take(true);
     }
@@ -183,7 +183,7 @@ int macro_each_definition(char* text, const std::function<void(char*, char*)>& o
     return defined;
 }
 
-int define_macros(char* text, str_builder* output)
+int macro_define_text(char* text, str_builder* output)
 {
     if (!text || !first_header(text))
         return 0;
@@ -199,10 +199,10 @@ int define_macros(char* text, str_builder* output)
     return defined;
 }
 
-int define_macro_file(const char* path, str_builder* output)
+int macro_define_file(const char* path, str_builder* output)
 {
-    str_holder text(read_file(path, false, false));
-    return text.get() ? define_macros(text.get(), output) : 0;
+    str_holder text(file_read(path, false, false));
+    return text.get() ? macro_define_text(text.get(), output) : 0;
 }
 
 void macro_define(const char* header, const char* body)
@@ -286,7 +286,7 @@ char* macro_run(const char* name, std::initializer_list<const char*> arguments)
     for (const char* argument : arguments)
         if (call.count < MAX_PARAMS)
             call.slots[call.count++] = str_dup(argument);
-    return call_operator("macro", call.count, call.slots);
+    return registry_call("macro", call.count, call.slots);
 }
 
 char* macro_call(int count, char** params)
@@ -306,7 +306,7 @@ char* macro_use(const char* name)
     if (str_equal(name, "tessel.cfg")) {
         use_tessel_cfg_walk(output);
     } else {
-        str_holder path(resolve_path(name));
+        str_holder path(request_resolve_path(name));
         char* p = path.get();
         if (p && *p && p[strlen(p) - 1] == '/')
             use_directory(p, output);

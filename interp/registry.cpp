@@ -54,7 +54,7 @@ void registry_add(const op_row* row, const char* source)
     if (slot != 0)
         return; // the first registration wins
     if (registry_entry_count == MAX_OPERATORS)
-        fatal_log("more than %d operators registered", MAX_OPERATORS);
+        log_fatal("more than %d operators registered", MAX_OPERATORS);
     registry_entries[registry_entry_count] = {row, source};
     slot = (uint16_t)++registry_entry_count;
 }
@@ -106,11 +106,11 @@ struct depth_guard {
 void register_operator(const char* name, operator_handler handler, int param_count, unsigned flags,
                        const char* source, param_range accepted)
 {
-    if (str_nonempty(name) && !find_operator(name))
+    if (str_nonempty(name) && !registry_find(name))
         registry_add(new op_row{str_dup(name), handler, param_count, flags, accepted}, source);
 }
 
-const operator_entry* find_operator(const char* name)
+const operator_entry* registry_find(const char* name)
 {
     if (!name)
         return nullptr;
@@ -118,7 +118,7 @@ const operator_entry* find_operator(const char* name)
     return slot == 0 ? nullptr : &registry_entries[slot - 1];
 }
 
-std::vector<const operator_entry*> registered_operators()
+std::vector<const operator_entry*> registry_operators()
 {
     std::vector<const operator_entry*> list;
     for (int i = 0; i < registry_entry_count; i++)
@@ -126,12 +126,12 @@ std::vector<const operator_entry*> registered_operators()
     return list;
 }
 
-char* call_operator(const char* name, int count, char** params)
+char* registry_call(const char* name, int count, char** params)
 {
     // Refused calls leave the counter raised on purpose: it counts nesting plus every refusal.
     if (++req.depth > MAX_DEPTH)
         return str_dup("[infinite operator recursion detected]");
-    const operator_entry* entry = find_operator(name);
+    const operator_entry* entry = registry_find(name);
     if (!entry)
         return str_join("[invalid operator ", name, "]", nullptr);
     depth_guard leave;
@@ -178,7 +178,7 @@ char* expand_in_place(char* text)
             continue;
         }
         str_holder name(copy_range(text + i + 1, (int)(found.open - i - 1)));
-        str_holder result(call_operator(name.get(), params.count, params.slots));
+        str_holder result(registry_call(name.get(), params.count, params.slots));
         out.append(result.get());
         i = found.close + 1;
         if (out.size() == 0 && i >= size) {

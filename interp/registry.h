@@ -79,11 +79,11 @@ void register_rows(const op_row (&rows)[N], const char* where = __builtin_FILE()
 bool registry_prefilled();
 
 // Every registered entry, in the order of registration. Ownership: view.
-std::vector<const operator_entry*> registered_operators();
+std::vector<const operator_entry*> registry_operators();
 
 // The entry registered under name (exact bytes), null when none or name is null.
 // Ownership: view.
-const operator_entry* find_operator(const char* name);
+const operator_entry* registry_find(const char* name);
 
 // True when a call of entry with count parameters is one it works with: exactly param_count
 // when that is fixed, otherwise a count in its accepted range.
@@ -96,7 +96,7 @@ inline bool operator_accepts(const operator_entry& entry, int count)
 // Evaluates one call: depth check, lookup, parameter expansion (unless raw), count check,
 // handler. Errors come back as bracketed texts. Ownership: borrows name, params stay the
 // caller's, new result.
-char* call_operator(const char* name, int count, char** params);
+char* registry_call(const char* name, int count, char** params);
 
 // Expands every call in text; results are never rescanned. Null when a call left the text
 // empty. When an exception (a table-lock violation) passes through, text is left as it was,

@@ -15,7 +15,7 @@ request_record::request_record()
     charset_case_bind(&source_charset);
 }
 
-char* resolve_path(const char* name)
+char* request_resolve_path(const char* name)
 {
     if (name && name[0] == '/')
         return str_join(req.cgi.document_root, name, nullptr);
@@ -26,7 +26,7 @@ char* resolve_path(const char* name)
     return path;
 }
 
-void store_current_table(std::unique_ptr<table> t)
+void request_store_table(std::unique_ptr<table> t)
 {
     if (t)
         req.tables->store(std::move(t));

@@ -59,7 +59,7 @@ char* var_compute(const char* old, const char* op, char* operand)
         return str_dup(fmt_int(control_int_op(op[0], str_to_int(old), str_to_int(operand))).text);
     double value;
     char* error = control_eval(operand, "var", value);
-    return error ? error : format_number(value, op);
+    return error ? error : expr_format_number(value, op);
 }
 
 // Puts a loop variable's earlier value back (or removes it) when the loop ends, also when
@@ -107,7 +107,7 @@ char* op_eval(int count, char** params)
 {
     double value;
     char* error = control_eval(params[0], "eval", value);
-    return error ? error : format_number(value, param_text(count, params, 1));
+    return error ? error : expr_format_number(value, param_text(count, params, 1));
 }
 
 // if[condition;then;else] or if[condition;negative;zero;positive].

@@ -82,7 +82,7 @@ time_t date_time(int year, int month, int day, int hour)
 // Stores a named table made from text under the current name. Ownership: takes text.
 void date_store(char* text)
 {
-    store_current_table(std::make_unique<table_named>(text));
+    request_store_table(std::make_unique<table_named>(text));
 }
 
 char* date_stamp_text(const stamp& s)

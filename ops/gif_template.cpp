@@ -101,7 +101,7 @@ void gif_font_define(gif_font& font)
         return;
     str_holder copy(str_dup(body));
     char* cursor = copy.get();
-    font.path.reset(resolve_path(str_next_field(cursor, '\n')));
+    font.path.reset(request_resolve_path(str_next_field(cursor, '\n')));
     char* metrics = str_next_field(cursor, '\n');
     const char* glyphs = str_next_field(cursor, '\n');
     char* advance = str_cut_at(metrics, '\t');
@@ -127,8 +127,8 @@ gdImagePtr gif_read(const gd_library* gd, const char* path)
     std::vector<unsigned char> bytes(info.st_size);
     size_t size = fread(bytes.data(), 1, bytes.size(), file.get());
     int width = 0, height = 0;
-    if (!gif_header_size(bytes.data(), size, width, height) || bytes[size - 1] != GIF_TRAILER ||
-        (long)width * height > MAX_CANVAS_PIXELS)
+    if (!image_gif_header_size(bytes.data(), size, width, height) ||
+        bytes[size - 1] != GIF_TRAILER || (long)width * height > MAX_CANVAS_PIXELS)
         return nullptr;
     return gd->create_from_gif((int)size, bytes.data());
 }
@@ -319,10 +319,10 @@ char* op_gif_template(int count, char** params)
 {
     gif_font font;
     gif_font_define(font);
-    str_holder template_path(resolve_path(param_text(count, params, 0)));
+    str_holder template_path(request_resolve_path(param_text(count, params, 0)));
     const char* commands = param_text(count, params, 1);
     if (count >= 3) {
-        str_holder path(resolve_path(params[2]));
+        str_holder path(request_resolve_path(params[2]));
         return gif_render_to_file(template_path.get(), commands, font, path.get());
     }
     response_header("Content-type", "image/gif");

@@ -16,7 +16,7 @@ namespace {
 // the size cannot be read.
 char* op_imgsize(int count, char** params)
 {
-    str_holder path(resolve_path(param_text(count, params, 0)));
+    str_holder path(request_resolve_path(param_text(count, params, 0)));
     req.tables->remove_current();
     int width = 0, height = 0;
     if (!image_file_size(path.get(), width, height))
@@ -25,7 +25,7 @@ char* op_imgsize(int count, char** params)
     text.append(fmt_int(width).text);
     text.append('\t');
     text.append(fmt_int(height).text);
-    store_current_table(std::make_unique<table>(text.take(false)));
+    request_store_table(std::make_unique<table>(text.take(false)));
     return nullptr;
 }
 

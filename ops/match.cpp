@@ -112,7 +112,7 @@ char* match_test(const compiled_regex& re, const char* text)
     if (re.groups() == 0)
         return status == 0 ? str_dup("yes") : nullptr;
     if (status == 0)
-        store_current_table(match_table(text, found.data(), re.groups()));
+        request_store_table(match_table(text, found.data(), re.groups()));
     else
         req.tables->remove_current();
     return nullptr;
@@ -124,7 +124,7 @@ char* match_expand_replacement(const char* replacement, const char* s, const reg
                                int groups)
 {
     table_context_scope context(*req.tables, "match");
-    store_current_table(match_table(s, found, groups));
+    request_store_table(match_table(s, found, groups));
     return expand_copy(replacement);
 }
 
@@ -181,7 +181,7 @@ char* match_replace(const compiled_regex& re, const char* replacement, const cha
         return str_dup(text);
     if (!reads_table) {
         table_context_scope context(*req.tables, "match");
-        store_current_table(match_table(text + last, last_found.data(), re.groups()));
+        request_store_table(match_table(text + last, last_found.data(), re.groups()));
     }
     if (pos < length)
         out.append(text + pos, length - pos);

@@ -265,7 +265,7 @@ char* op_sql(int count, char** params)
     sql_result result = sql_run_query(query.get());
     if (result.message)
         return sql_failure(query.get(), result.what, result.message);
-    store_current_table(std::move(result.rows));
+    request_store_table(std::move(result.rows));
     return nullptr;
 }
 

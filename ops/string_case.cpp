@@ -64,7 +64,7 @@ char* split_store(char** params, split_function split)
     const char* separator = str_nonempty(params[1]) ? params[1] : nullptr;
     char* line = separator ? split(str_dup(params[0]), separator)
                            : (params[0] ? str_join(params[0], "\t", nullptr) : nullptr);
-    store_current_table(std::make_unique<table>(line));
+    request_store_table(std::make_unique<table>(line));
     return nullptr;
 }
 

@@ -56,7 +56,7 @@ char* tables_find_file(const char* file)
     str_holder dir(str_dup(req.page_path));
     while (str_cut_at_last(dir.get(), '/')) {
         str_holder candidate(tables_file_name(dir.get(), file));
-        char* text = read_file(candidate.get(), true, false);
+        char* text = file_read(candidate.get(), true, false);
         if (text)
             return text;
     }
@@ -66,7 +66,7 @@ char* tables_find_file(const char* file)
 // The save target: the resolved name's directory, "/_" and its base name. Ownership: new result.
 char* tables_save_name(const char* name)
 {
-    str_holder path(resolve_path(name));
+    str_holder path(request_resolve_path(name));
     char* slash = strrchr(path.get(), '/');
     if (!slash)
         return str_join("_", path.get(), nullptr);
@@ -125,7 +125,7 @@ void config_edit(table* t, int count, char** params)
     const char* verb = params[0];
     const char* text = params[count - 1];
     if (str_equal(verb, "named"))
-        store_current_table(std::make_unique<table_named>(str_dup(text)));
+        request_store_table(std::make_unique<table_named>(str_dup(text)));
     else if (str_equal(verb, "join"))
         config_join(t, params[1]);
     else if (str_equal(verb, "insert"))
@@ -164,7 +164,7 @@ char* op_config(int count, char** params)
     for (int i = 0; i < count; i++)
         expand_param(params, i);
     if (!tables_current())
-        store_current_table(std::make_unique<table>());
+        request_store_table(std::make_unique<table>());
     table* t = tables_current();
     if (str_equal(params[0], "remove")) {
         config_remove(t, count, params);
@@ -174,9 +174,9 @@ char* op_config(int count, char** params)
     if (count >= 2)
         config_edit(t, count, params);
     else if (str_equal(params[0], "formelements"))
-        store_current_table(config_form_elements());
+        request_store_table(config_form_elements());
     else
-        store_current_table(std::make_unique<table>(str_dup(params[0])));
+        request_store_table(std::make_unique<table>(str_dup(params[0])));
     return nullptr;
 }
 
@@ -192,7 +192,7 @@ char* op_load(int count, char** params)
     else
         loaded = std::make_unique<table_named>(text);
     table* t = loaded.get();
-    store_current_table(std::move(loaded));
+    request_store_table(std::move(loaded));
     t->locate_prefix(0, req.request_uri);
     return nullptr;
 }
@@ -203,7 +203,7 @@ char* op_save(int count, char** params)
     str_holder file(tables_save_name(params[0]));
     table* t = tables_current();
     str_holder text(count >= 2 ? expand_copy(params[1]) : t ? t->serialise() : nullptr);
-    str_holder error(write_file(file.get(), text.get(), false));
+    str_holder error(file_write(file.get(), text.get(), false));
     if (!error.get())
         return nullptr;
     return page_error_logged("[save to '%s' failed: %s]", file.get(), error.get());
@@ -224,7 +224,7 @@ char* op_flip(int, char** params)
                 t->add_row(cell);
         }
     }
-    store_current_table(std::move(t));
+    request_store_table(std::move(t));
     return nullptr;
 }
 

@@ -21,7 +21,7 @@ void define_operands()
     req.variables->set("s", "text");
     req.variables->set("f", "1.5e3");
     req.tables->set_current_name("t");
-    store_current_table(std::make_unique<table_named>(str_dup("a\tb\tc\n1\t2.5\tx\n-7\t\t0x1f\n")));
+    request_store_table(std::make_unique<table_named>(str_dup("a\tb\tc\n1\t2.5\tx\n-7\t\t0x1f\n")));
 }
 
 } // namespace
@@ -48,7 +48,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         double value = expr_evaluate_text(text.get(), rest);
         if (expr_status != EXPR_OK)
             str_free(expr_error_message("eval", rest));
-        str_free(format_number(value, has_format ? format.c_str() : nullptr));
+        str_free(expr_format_number(value, has_format ? format.c_str() : nullptr));
         expr_to_int(value);
     });
     return 0;

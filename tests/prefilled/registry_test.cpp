@@ -7,10 +7,10 @@
 TEST(PrefilledRegistry, HoldsEveryFamilyBeforeRegistration)
 {
     ASSERT_TRUE(registry_prefilled());
-    std::vector<const operator_entry*> before = registered_operators();
+    std::vector<const operator_entry*> before = registry_operators();
     ASSERT_FALSE(before.empty());
     register_all_operators();
-    EXPECT_EQ(registered_operators(), before);
+    EXPECT_EQ(registry_operators(), before);
     for (const operator_entry* entry : before)
-        EXPECT_EQ(find_operator(entry->row->name), entry) << entry->row->name;
+        EXPECT_EQ(registry_find(entry->row->name), entry) << entry->row->name;
 }

@@ -52,7 +52,7 @@ void expect_values(std::initializer_list<std::pair<const char*, double>> rows)
 void expect_formatted(std::initializer_list<std::tuple<double, const char*, const char*>> rows)
 {
     for (auto [value, format, text] : rows)
-        EXPECT_EQ(own(format_number(value, format)), text) << format;
+        EXPECT_EQ(own(expr_format_number(value, format)), text) << format;
 }
 
 sorted_map& variables()
@@ -239,8 +239,8 @@ TEST(Expr, FormatNumberNeverPassesANumberToATextConversion)
     expect_formatted({{1, "%s", "%s"}, {1, "%n%.1f", "%n%.1f"}, {1, "%.1f %.1f", "1.0 %.1f"},
                       {1, "%*d", "%*d"}, {1, "%", "%"}, {1, "abc", "abc"}, {1, "%2000d", "%2000d"},
                       {1, "%.99999999999f", "%.99999999999f"}});
-    EXPECT_EQ(own(format_number(1, "%1000d")).size(), 1000u);
-    EXPECT_EQ(own(format_number(1e300, "%.1000f")).size(), 1023u);
+    EXPECT_EQ(own(expr_format_number(1, "%1000d")).size(), 1000u);
+    EXPECT_EQ(own(expr_format_number(1e300, "%.1000f")).size(), 1023u);
 }
 // clang-format on
 

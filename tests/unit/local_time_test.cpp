@@ -35,7 +35,7 @@ TEST(LocalTime, CivilTimeMatchesGmtime)
         time_t t = any_time(random);
         struct tm utc;
         gmtime_r(&t, &utc);
-        civil_time c = civil_time_of(t, 0);
+        civil_time c = local_time_civil(t, 0);
         ASSERT_EQ(c.year, utc.tm_year + 1900) << t;
         ASSERT_EQ(c.month, utc.tm_mon + 1) << t;
         ASSERT_EQ(c.day, utc.tm_mday) << t;

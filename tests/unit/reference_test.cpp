@@ -69,7 +69,7 @@ TEST(Reference, EveryDocumentedOperatorIsRegistered)
 {
     register_all_operators();
     for (const auto& [name, files] : documented_operators())
-        EXPECT_NE(find_operator(name.c_str()), nullptr)
+        EXPECT_NE(registry_find(name.c_str()), nullptr)
             << "docs/" << *files.begin() << " documents " << name << ", which is not registered";
 }
 

@@ -99,8 +99,8 @@ TEST_F(Expander, ErrorsAndEmptyResults)
     EXPECT_EQ(expand("a^nothing[]"), "a");
     EXPECT_EQ(expand(""), "");
     EXPECT_EQ(expand_copy(nullptr), nullptr);
-    EXPECT_EQ(find_operator(""), nullptr); // even when registered
-    EXPECT_EQ(find_operator(nullptr), nullptr);
+    EXPECT_EQ(registry_find(""), nullptr); // even when registered
+    EXPECT_EQ(registry_find(nullptr), nullptr);
 }
 
 TEST_F(Expander, DepthLimitAndLeaks)

@@ -86,7 +86,7 @@ inline std::map<std::string, std::string> registered_families()
 {
     register_all_operators();
     std::map<std::string, std::string> families;
-    for (const operator_entry* entry : registered_operators()) {
+    for (const operator_entry* entry : registry_operators()) {
         if (!entry->source)
             continue;
         std::string path = entry->source;
