@@ -47,7 +47,7 @@ void file_clean_text(char* text, bool drop_blank_lines, size_t* origins)
     *out = '\0';
 }
 
-char* file_read(const char* path, bool drop_blank_lines, bool lock)
+char* read_file(const char* path, bool drop_blank_lines, bool lock)
 {
     struct stat info;
     if (!path || stat(path, &info) != 0)
@@ -71,7 +71,7 @@ char* file_read(const char* path, bool drop_blank_lines, bool lock)
     return text;
 }
 
-char* file_write(const char* path, const char* text, bool)
+char* write_file(const char* path, const char* text, bool)
 {
     // A replaced file needs no lock: a reader sees its old or its new content whole, and of two
     // writers at once the later rename wins with its whole text.
@@ -82,21 +82,21 @@ char* file_remove(const char* path)
 {
     if (!path)
         return str_dup("no filename specified");
-    return unlink(path) == 0 ? nullptr : file_error_text();
+    return unlink(path) == 0 ? nullptr : system_error_text();
 }
 
-char* file_error_text()
+char* system_error_text()
 {
     int number = errno;
     return str_join(strerror(number), "(#", fmt_int(number).text, ")", nullptr);
 }
 
-void file_lock_stream(FILE* stream)
+void lock_stream(FILE* stream)
 {
     flock(fileno(stream), LOCK_EX);
 }
 
-void file_unlock_stream(FILE* stream)
+void unlock_stream(FILE* stream)
 {
     flock(fileno(stream), LOCK_UN);
 }

@@ -16,7 +16,7 @@
 // drop_blank_lines also empty lines. An exclusive flock is held during the read when lock is
 // set, and the file's size is then taken under it. Null when path is null or the file cannot
 // be opened. Ownership: new result.
-char* file_read(const char* path, bool drop_blank_lines, bool lock);
+char* read_file(const char* path, bool drop_blank_lines, bool lock);
 
 // Removes carriage returns and "#" comment lines (and, with drop_blank_lines, empty lines)
 // in place: the clean-up every text file of the system gets. When origins is given (room for
@@ -28,17 +28,17 @@ void file_clean_text(char* text, bool drop_blank_lines, size_t* origins = nullpt
 // (core/file_replace.h): after a crash or on a full disk the file holds its old text or the new
 // one. lock is no longer needed and is ignored. Null on success, otherwise an error text ("no
 // filename specified" or the system's message). Ownership: borrows both, new result.
-char* file_write(const char* path, const char* text, bool lock);
+char* write_file(const char* path, const char* text, bool lock);
 
 // unlink; null on success, otherwise an error text. Ownership: new result.
 char* file_remove(const char* path);
 
 // The system's message for errno followed by "(#", the number and ")". Ownership: new result.
-char* file_error_text();
+char* system_error_text();
 
 // Exclusive flock on a stream's descriptor, and its release.
-void file_lock_stream(FILE* stream);
-void file_unlock_stream(FILE* stream);
+void lock_stream(FILE* stream);
+void unlock_stream(FILE* stream);
 
 // ---- directories ----------------------------------------------------------------------
 

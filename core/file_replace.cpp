@@ -101,7 +101,7 @@ char* close_checked(int fd, bool ok, int saved)
     if (ok)
         return nullptr;
     errno = saved ? saved : EIO;
-    return file_error_text();
+    return system_error_text();
 }
 
 // The old way, for a folder that cannot hold the temporary file: write over the file, then cut
@@ -110,7 +110,7 @@ char* write_in_place(const char* path, const char* data, size_t size)
 {
     int fd = open(path, O_WRONLY);
     if (fd < 0)
-        return file_error_text();
+        return system_error_text();
     bool ok = write_all(fd, data, size) && ftruncate(fd, (off_t)size) == 0 &&
               (!fsync_wanted() || fsync(fd) == 0);
     return close_checked(fd, ok, errno);
@@ -127,19 +127,19 @@ char* file_replace(const char* path, const char* data, size_t size)
     bool existed = stat(target.get(), &old_info) == 0;
     // Replacing a file takes only the folder's permission; the file's own must allow it too.
     if (existed && access(target.get(), W_OK) != 0)
-        return file_error_text();
+        return system_error_text();
     str_holder temporary(str_join(target.get(), TEMP_SUFFIX, nullptr));
     int fd = mkstemp(temporary.get());
     if (fd < 0) {
         bool folder_refused = errno == EACCES || errno == EROFS || errno == EPERM;
         if (folder_refused && existed && S_ISREG(old_info.st_mode))
             return write_in_place(target.get(), data, size);
-        return file_error_text();
+        return system_error_text();
     }
     bool ok = fill_temporary(fd, data, size, existed ? &old_info : nullptr);
     char* error = close_checked(fd, ok, errno);
     if (!error && rename(temporary.get(), target.get()) != 0)
-        error = file_error_text();
+        error = system_error_text();
     if (error) {
         unlink(temporary.get());
         return error;

@@ -18,7 +18,7 @@
 // in between can then leave it mixed.
 //
 // Null on success; otherwise the system's message for the step that failed, as
-// file_error_text gives it ("No space left on device(#28)"), and the old file untouched
+// system_error_text gives it ("No space left on device(#28)"), and the old file untouched
 // (the temporary file is removed). "no filename specified" for a null path.
 // Ownership: borrows path and data, new result.
 char* file_replace(const char* path, const char* data, size_t size);

@@ -19,8 +19,8 @@ static void close_fd(int fd)
         ::close(fd);
 }
 
-bool process_spawn(const char* program, const char* argument, bool want_in, bool want_out,
-                   bool want_err, child_process& child)
+bool spawn_with_pipes(const char* program, const char* argument, bool want_in, bool want_out,
+                      bool want_err, child_process& child)
 {
     int in[2] = {-1, -1}, out[2] = {-1, -1}, err[2] = {-1, -1};
     // On failure every pipe made so far is closed again: a page may try many times, and each
@@ -55,7 +55,7 @@ bool process_spawn(const char* program, const char* argument, bool want_in, bool
     return true;
 }
 
-int process_wait(const child_process& child)
+int wait_child(const child_process& child)
 {
     int status = 0;
     pid_t got = waitpid(child.pid, &status, 0);

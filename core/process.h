@@ -15,11 +15,11 @@ struct child_process {
 // Runs program with one argument (null for none) and pipes for the streams asked for;
 // false when the pipes or the fork fail, with every pipe made so far closed again.
 // Ownership: borrows program and argument; the caller closes the pipes it was given.
-bool process_spawn(const char* program, const char* argument, bool want_in, bool want_out,
-                   bool want_err, child_process& child);
+bool spawn_with_pipes(const char* program, const char* argument, bool want_in, bool want_out,
+                      bool want_err, child_process& child);
 
 // Waits for the child: its exit code as a signed 8-bit value, -1 when waitpid returns 0,
 // -2 when the child ended by a signal.
-int process_wait(const child_process& child);
+int wait_child(const child_process& child);
 
 #endif

@@ -123,7 +123,7 @@ char* url_encode(const char* text, url_style style)
     const char* digits = cookie ? "0123456789ABCDEF" : "0123456789abcdef";
     str_builder out;
     for (const unsigned char* p = (const unsigned char*)str_or_empty(text); *p; p++) {
-        bool kept = !url_needs_escape(*p) && (cookie || !strchr("_-.", *p));
+        bool kept = !needs_url_escape(*p) && (cookie || !strchr("_-.", *p));
         if (*p == ' ') {
             out.append('+');
         } else if (kept) {
@@ -154,7 +154,7 @@ char* url_decode(const char* text)
     return out.take(false);
 }
 
-bool url_needs_escape(unsigned char byte)
+bool needs_url_escape(unsigned char byte)
 {
     if (byte == 0)
         return false;

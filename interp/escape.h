@@ -57,7 +57,7 @@ char* escape_take(char* text);
 // "+" and every other byte as "%" and two hexadecimal digits.
 enum class url_style {
     FORM,   // lower-case digits, and "_", "-" and "." escaped too: "a_b/c" gives "a%5fb%2fc"
-    COOKIE, // upper-case digits, and what url_needs_escape passes kept: "a_b/c" gives "a_b%2Fc"
+    COOKIE, // upper-case digits, and what needs_url_escape passes kept: "a_b/c" gives "a_b%2Fc"
 };
 
 // text URL-encoded in the given style; null for null or empty text.
@@ -71,6 +71,6 @@ char* url_encode(const char* text, url_style style);
 char* url_decode(const char* text);
 
 // False for ASCII letters, digits, the bytes of "_-. " and NUL; true for every other byte.
-bool url_needs_escape(unsigned char byte);
+bool needs_url_escape(unsigned char byte);
 
 #endif

@@ -140,20 +140,20 @@ void macro_init()
 {
     if (macro_define_file("_macro.cfg", nullptr) > 0)
         return;
-    str_holder site_file(request_resolve_path("/_macro.cfg"));
+    str_holder site_file(resolve_path("/_macro.cfg"));
     macro_define_file(site_file.get(), nullptr);
 }
 
-char* macro_load_page(const char* path)
+char* load_page(const char* path)
 {
-    char* text = file_read(path, false, false);
+    char* text = read_file(path, false, false);
     if (!text)
         return nullptr;
     if (!first_header(text)) // no definitions: spare a copy of a page that may be large
         return expand_in_place(text);
     str_holder copy(str_dup(text));
     str_builder output;
-    if (macro_define_text(copy.get(), &output) > 0) {
+    if (define_macros(copy.get(), &output) > 0) {
         str_free(text);
         return output.take(true);
     }
@@ -183,7 +183,7 @@ int macro_each_definition(char* text, const std::function<void(char*, char*)>& o
     return defined;
 }
 
-int macro_define_text(char* text, str_builder* output)
+int define_macros(char* text, str_builder* output)
 {
     if (!text || !first_header(text))
         return 0;
@@ -201,8 +201,8 @@ int macro_define_text(char* text, str_builder* output)
 
 int macro_define_file(const char* path, str_builder* output)
 {
-    str_holder text(file_read(path, false, false));
-    return text.get() ? macro_define_text(text.get(), output) : 0;
+    str_holder text(read_file(path, false, false));
+    return text.get() ? define_macros(text.get(), output) : 0;
 }
 
 void macro_define(const char* header, const char* body)
@@ -286,7 +286,7 @@ char* macro_run(const char* name, std::initializer_list<const char*> arguments)
     for (const char* argument : arguments)
         if (call.count < MAX_PARAMS)
             call.slots[call.count++] = str_dup(argument);
-    return registry_call("macro", call.count, call.slots);
+    return call_operator("macro", call.count, call.slots);
 }
 
 char* macro_call(int count, char** params)
@@ -306,7 +306,7 @@ char* macro_use(const char* name)
     if (str_equal(name, "tessel.cfg")) {
         use_tessel_cfg_walk(output);
     } else {
-        str_holder path(request_resolve_path(name));
+        str_holder path(resolve_path(name));
         char* p = path.get();
         if (p && *p && p[strlen(p) - 1] == '/')
             use_directory(p, output);

@@ -25,7 +25,7 @@ void macro_init();
 // Reads the page file (empty lines kept) and renders it: the expansion of its "main" when it
 // defines macros (null when it has no "main"), otherwise the page text expanded. Null when
 // the page is missing or renders empty. Ownership: borrows path, new result.
-char* macro_load_page(const char* path);
+char* load_page(const char* path);
 
 // ---- definitions ------------------------------------------------------------------------
 
@@ -33,7 +33,7 @@ char* macro_load_page(const char* path);
 // (output discarded) and appends the expansion of its "main" to output when output is not
 // null; the "autoexec" and "main" defined before are back afterwards.
 // Ownership: borrows text (cut in place), borrows output.
-int macro_define_text(char* text, str_builder* output);
+int define_macros(char* text, str_builder* output);
 
 // Calls on_definition(header, body) for each definition of text, in order, and returns how
 // many there were: header is the header line without "@" ("name" or "name[p1;p2]"), body the
@@ -42,7 +42,7 @@ int macro_define_text(char* text, str_builder* output);
 int macro_each_definition(char* text,
                           const std::function<void(char* header, char* body)>& on_definition);
 
-// macro_define_text of a whole file; 0 when it cannot be read. Ownership: borrows both.
+// define_macros of a whole file; 0 when it cannot be read. Ownership: borrows both.
 int macro_define_file(const char* path, str_builder* output);
 
 // Stores body under the name of header ("name" or "name[p1;p2;...]"), replacing an earlier

@@ -126,7 +126,7 @@ std::vector<const operator_entry*> registry_operators()
     return list;
 }
 
-char* registry_call(const char* name, int count, char** params)
+char* call_operator(const char* name, int count, char** params)
 {
     // Refused calls leave the counter raised on purpose: it counts nesting plus every refusal.
     if (++req.depth > MAX_DEPTH)
@@ -178,7 +178,7 @@ char* expand_in_place(char* text)
             continue;
         }
         str_holder name(copy_range(text + i + 1, (int)(found.open - i - 1)));
-        str_holder result(registry_call(name.get(), params.count, params.slots));
+        str_holder result(call_operator(name.get(), params.count, params.slots));
         out.append(result.get());
         i = found.close + 1;
         if (out.size() == 0 && i >= size) {

@@ -96,7 +96,7 @@ inline bool operator_accepts(const operator_entry& entry, int count)
 // Evaluates one call: depth check, lookup, parameter expansion (unless raw), count check,
 // handler. Errors come back as bracketed texts. Ownership: borrows name, params stay the
 // caller's, new result.
-char* registry_call(const char* name, int count, char** params);
+char* call_operator(const char* name, int count, char** params);
 
 // Expands every call in text; results are never rescanned. Null when a call left the text
 // empty. When an exception (a table-lock violation) passes through, text is left as it was,

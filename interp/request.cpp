@@ -15,7 +15,7 @@ request_record::request_record()
     charset_case_bind(&source_charset);
 }
 
-char* request_resolve_path(const char* name)
+char* resolve_path(const char* name)
 {
     if (name && name[0] == '/')
         return str_join(req.cgi.document_root, name, nullptr);

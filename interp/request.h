@@ -91,7 +91,7 @@ inline const char* response_content_type()
 
 // A file name resolved for the page: "/x" is DOCUMENT_ROOT followed by "/x"; anything else is
 // relative to the page's directory. Ownership: borrows name, new result.
-char* request_resolve_path(const char* name);
+char* resolve_path(const char* name);
 
 // Stores t in the table registry under the current table name (see table_array::store); a
 // null t stores nothing. The one way a table made by an operator enters the registry.

@@ -66,11 +66,11 @@ char* op_auth(int count, char** params)
     const char* root = getenv("DOCUMENT_ROOT");
     str_holder start(str_nonempty(path) && path[0] == '/'
                          ? str_join(str_or_empty(root), path, nullptr)
-                         : request_resolve_path(path));
+                         : resolve_path(path));
     char* dir = start.get();
     while (dir && str_cut_at_last(dir, '/')) {
         str_holder file(str_join(dir, "/.htaccess", nullptr));
-        str_holder text(file_read(file.get(), false, false));
+        str_holder text(read_file(file.get(), false, false));
         if (!text.get())
             continue;
         const char* answer = access_file_answer(text.get(), user);

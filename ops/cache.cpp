@@ -65,12 +65,12 @@ char* op_cache(int count, char** params)
     }
     // An empty file is a fill still under way (the writer creates the file before it locks
     // it), so only a non-empty text counts as a hit.
-    str_holder cached(file_read(file.get(), false, true));
+    str_holder cached(read_file(file.get(), false, true));
     if (str_nonempty(cached.get()))
         return cached.release();
     str_holder fresh(expand_copy(params[1]));
     cache_make_dirs(file.get());
-    str_free(file_write(file.get(), fresh.get(), true));
+    str_free(write_file(file.get(), fresh.get(), true));
     return fresh.release();
 }
 

@@ -56,7 +56,7 @@ char* fresh_ticket = nullptr;
 // The error for op about path, with the system's message for errno. Ownership: new result.
 char* chat_file_error(const char* op, const char* path)
 {
-    str_holder reason(file_error_text());
+    str_holder reason(system_error_text());
     return page_error("[%s: cannot use %s: %s]", op, path, reason.get());
 }
 
@@ -462,7 +462,7 @@ bool chat_password_matches(const char* password, const char* stored)
 // The stored hash without its line end, null when no password is set. Ownership: new result.
 char* chat_stored_hash()
 {
-    char* text = file_read(PASSWORD, true, false);
+    char* text = read_file(PASSWORD, true, false);
     if (text)
         text[strcspn(text, "\n")] = '\0';
     if (!str_nonempty(text)) {
@@ -551,7 +551,7 @@ char* chat_post(const char* nick, const char* text)
     str_holder archive_name(str_join(LOG_DIR, day.get(), nullptr));
     chat_archive archive(archive_name.get());
     if (!archive.append(line.get())) {
-        str_holder reason(file_error_text());
+        str_holder reason(system_error_text());
         return chat_write_error("message", archive_name.get(), reason.get());
     }
     char* error = chat_write("message", INDEX, kept.get());
@@ -872,7 +872,7 @@ char* op_log(int count, char** params)
     if (!chat_is_day(day))
         return chat_error_about("[log: bad day ", day);
     str_holder path(str_join(LOG_DIR, day, nullptr));
-    str_holder text(chat_whole_lines(file_read(path.get(), true, false)));
+    str_holder text(chat_whole_lines(read_file(path.get(), true, false)));
     chat_store(str_join(MESSAGE_COLUMNS, text.get(), nullptr));
     return nullptr;
 }

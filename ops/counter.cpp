@@ -19,7 +19,7 @@ namespace {
 // file after the release.
 bool counter_bump(FILE* file, int& count)
 {
-    file_lock_stream(file);
+    lock_stream(file);
     count = 0;
     if (fscanf(file, "%d", &count) != 1)
         count = 0;
@@ -29,14 +29,14 @@ bool counter_bump(FILE* file, int& count)
     // The digits must reach the file before the lock goes: left in the stream's buffer until
     // the close, a request waiting for the lock would read the old count and one hit be lost.
     bool written = fflush(file) == 0;
-    file_unlock_stream(file);
+    unlock_stream(file);
     return written;
 }
 
 // counter[name]: the count of "<name>.count", one higher than before.
 char* op_counter(int, char** params)
 {
-    str_holder path(str_join(str_holder(request_resolve_path(params[0])).get(), ".count", nullptr));
+    str_holder path(str_join(str_holder(resolve_path(params[0])).get(), ".count", nullptr));
     // A missing file is created empty. Opened to append, never to truncate: another request
     // may create it and count into it between the test and the open, and truncating would
     // throw its count away.
@@ -54,7 +54,7 @@ char* op_counter(int, char** params)
     fclose(file);
     if (written)
         return str_dup(fmt_int(count).text);
-    str_holder reason(file_error_text());
+    str_holder reason(system_error_text());
     return page_error_logged("[counter: count file \"%s\" not written: %s]", path.get(),
                              reason.get());
 }

@@ -61,7 +61,7 @@ char* op_download(int count, char** params)
 {
     if (!DOWNLOAD_PARAMS.accepts(count))
         return page_error("[invalid parameters to operator download]");
-    str_holder path(request_resolve_path(param_text(count, params, 0)));
+    str_holder path(resolve_path(param_text(count, params, 0)));
     const char* name = download_offered_name(param_or(count, params, 1, path.get()));
     str_holder type(str_dup(param_text(count, params, 2)));
     if (!str_nonempty(type.get()))

@@ -107,7 +107,7 @@ const char* exec_or_remove(const char* value)
 
 char* op_exec(int count, char** params)
 {
-    str_holder path(request_resolve_path(params[0]));
+    str_holder path(resolve_path(params[0]));
     const char* slash = strrchr(path.get(), '/');
     str_holder dir(slash ? str_dup_n(path.get(), slash - path.get()) : nullptr);
     str_holder command(str_join("./", slash ? slash + 1 : path.get(), nullptr));

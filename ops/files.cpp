@@ -1,7 +1,7 @@
 // The file family: includes, tests and descriptions of files, the nearest file of a name above
 // the page, page names from paths, and directory listings as the current table.
 //
-// Every path goes through request_resolve_path: "/x" is under the document root, anything else is
+// Every path goes through resolve_path: "/x" is under the document root, anything else is
 // beside the page. Nothing confines a path to the document root; a site must not build paths
 // from form input.
 #include <algorithm>
@@ -31,7 +31,7 @@ constexpr int FSIZE_KB_BELOW = 524288;
 // The page-relative path of a parameter, or null for an empty one. Ownership: new result.
 char* files_resolve_nonempty(const char* name)
 {
-    return str_nonempty(name) ? request_resolve_path(name) : nullptr;
+    return str_nonempty(name) ? resolve_path(name) : nullptr;
 }
 
 // "stat" of the resolved path of name; false for an empty name or a failed stat.
@@ -100,8 +100,8 @@ void files_store_listing(const std::vector<std::string>& names)
 char* op_include(int count, char** params)
 {
     bool asis = count == 2 && str_equal(params[0], "asis");
-    str_holder path(request_resolve_path(params[count - 1]));
-    char* text = file_read(path.get(), false, false);
+    str_holder path(resolve_path(params[count - 1]));
+    char* text = read_file(path.get(), false, false);
     return asis ? text : expand_taken(text);
 }
 
@@ -175,7 +175,7 @@ char* op_index(int count, char** params)
 {
     if (!INDEX_PARAMS.accepts(count))
         return page_error("[index: too many params]");
-    str_holder dir(request_resolve_path(params[0]));
+    str_holder dir(resolve_path(params[0]));
     std::unique_ptr<compiled_regex> re;
     if (count == 2) {
         re = std::make_unique<compiled_regex>(params[1], REG_EXTENDED);

@@ -101,7 +101,7 @@ void gif_font_define(gif_font& font)
         return;
     str_holder copy(str_dup(body));
     char* cursor = copy.get();
-    font.path.reset(request_resolve_path(str_next_field(cursor, '\n')));
+    font.path.reset(resolve_path(str_next_field(cursor, '\n')));
     char* metrics = str_next_field(cursor, '\n');
     const char* glyphs = str_next_field(cursor, '\n');
     char* advance = str_cut_at(metrics, '\t');
@@ -319,10 +319,10 @@ char* op_gif_template(int count, char** params)
 {
     gif_font font;
     gif_font_define(font);
-    str_holder template_path(request_resolve_path(param_text(count, params, 0)));
+    str_holder template_path(resolve_path(param_text(count, params, 0)));
     const char* commands = param_text(count, params, 1);
     if (count >= 3) {
-        str_holder path(request_resolve_path(params[2]));
+        str_holder path(resolve_path(params[2]));
         return gif_render_to_file(template_path.get(), commands, font, path.get());
     }
     response_header("Content-type", "image/gif");

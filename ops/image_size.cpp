@@ -16,7 +16,7 @@ namespace {
 // the size cannot be read.
 char* op_imgsize(int count, char** params)
 {
-    str_holder path(request_resolve_path(param_text(count, params, 0)));
+    str_holder path(resolve_path(param_text(count, params, 0)));
     req.tables->remove_current();
     int width = 0, height = 0;
     if (!image_file_size(path.get(), width, height))

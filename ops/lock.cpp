@@ -57,7 +57,7 @@ private:
 // "_NAME.lock" in the folder of the resolved name. Ownership: borrows name, new result.
 char* lock_file_name(const char* name)
 {
-    str_holder path(request_resolve_path(name));
+    str_holder path(resolve_path(name));
     char* slash = strrchr(path.get(), '/');
     if (!slash)
         return str_join("_", path.get(), ".lock", nullptr);
@@ -95,7 +95,7 @@ char* op_lock(int, char** params)
         return expand_copy(params[1]);
     int fd = lock_acquire(path.get());
     if (fd < 0) {
-        str_holder reason(file_error_text());
+        str_holder reason(system_error_text());
         log_line(LOG_ERROR, "lock '%s' failed: %s", path.get(), reason.get());
         return str_join("[lock '", name, "' failed: ", reason.get(), "]", nullptr);
     }

@@ -111,7 +111,7 @@ char* op_sendmail(int count, char** params)
     const char* program =
         access("/usr/lib/sendmail", X_OK) == 0 ? "/usr/lib/sendmail" : "/usr/sbin/sendmail";
     child_process child;
-    if (!process_spawn(program, "-t", true, true, true, child)) {
+    if (!spawn_with_pipes(program, "-t", true, true, true, child)) {
         log_line(LOG_ERROR, "sendmail: %s pipe error", program);
         return page_error("[sendmail pipe error]");
     }
@@ -121,7 +121,7 @@ char* op_sendmail(int count, char** params)
     bool reported = mail_read_report(child.out_fd, report);
     close(child.out_fd);
     close(child.err_fd);
-    int code = process_wait(child);
+    int code = wait_child(child);
     if (code == 0 && !reported)
         return nullptr;
     return str_join("[sendmail reported error: ", reported ? report : "UNKNOWN", ", #",

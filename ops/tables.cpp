@@ -56,7 +56,7 @@ char* tables_find_file(const char* file)
     str_holder dir(str_dup(req.page_path));
     while (str_cut_at_last(dir.get(), '/')) {
         str_holder candidate(tables_file_name(dir.get(), file));
-        char* text = file_read(candidate.get(), true, false);
+        char* text = read_file(candidate.get(), true, false);
         if (text)
             return text;
     }
@@ -66,7 +66,7 @@ char* tables_find_file(const char* file)
 // The save target: the resolved name's directory, "/_" and its base name. Ownership: new result.
 char* tables_save_name(const char* name)
 {
-    str_holder path(request_resolve_path(name));
+    str_holder path(resolve_path(name));
     char* slash = strrchr(path.get(), '/');
     if (!slash)
         return str_join("_", path.get(), nullptr);
@@ -203,7 +203,7 @@ char* op_save(int count, char** params)
     str_holder file(tables_save_name(params[0]));
     table* t = tables_current();
     str_holder text(count >= 2 ? expand_copy(params[1]) : t ? t->serialise() : nullptr);
-    str_holder error(file_write(file.get(), text.get(), false));
+    str_holder error(write_file(file.get(), text.get(), false));
     if (!error.get())
         return nullptr;
     return page_error_logged("[save to '%s' failed: %s]", file.get(), error.get());

@@ -54,7 +54,7 @@ void upload_make_directories(char* path)
 // success, else the upload error. Ownership: new result.
 char* upload_save(const char* field_name, const form_entry* field, const char* target)
 {
-    str_holder path(request_resolve_path(target));
+    str_holder path(resolve_path(target));
     str_replace_char(path.get(), ' ', '_');
     upload_make_directories(path.get());
     str_holder reason(write_file_raw(path.get(), field->value, field->length));
@@ -116,7 +116,7 @@ char* op_upload(int count, char** params)
 char* op_unlink(int count, char** params)
 {
     const char* name = param_or(count, params, 0, "");
-    str_holder path(request_resolve_path(name));
+    str_holder path(resolve_path(name));
     str_holder reason(file_remove(path.get()));
     if (!reason.get())
         return nullptr;
@@ -142,19 +142,19 @@ char* read_file_raw(const char* path, int& size, char*& error)
     struct stat info;
     int fd = -1;
     if (!path || stat(path, &info) != 0 || (fd = open(path, O_RDONLY)) < 0) {
-        error = path ? file_error_text() : str_dup("no filename specified");
+        error = path ? system_error_text() : str_dup("no filename specified");
         return nullptr;
     }
     if (info.st_size >= INT_MAX) { // sizes are counted in int, as form data is
         close(fd);
         errno = EFBIG;
-        error = file_error_text();
+        error = system_error_text();
         return nullptr;
     }
     char* data = static_cast<char*>(checked_malloc(info.st_size + 1));
     ssize_t got = read(fd, data, info.st_size);
     if (got < 0) {
-        error = file_error_text();
+        error = system_error_text();
         close(fd);
         str_free(data);
         return nullptr;

@@ -130,7 +130,7 @@ int serve_request()
 
 void apply_profile()
 {
-    char* text = file_read(".profile", false, false);
+    char* text = read_file(".profile", false, false);
     char* cursor = text;
     // Only lines that end with a line feed count: a last line without one is not applied.
     while (cursor) {
@@ -162,7 +162,7 @@ void render_page()
 
     register_all_operators();
     macro_init();
-    char* page = macro_load_page(req.page_path);
+    char* page = load_page(req.page_path);
     compact_page(page);
     if (!str_nonempty(page)) // an empty page file, one of comments only, a folder
         fatal_error("unable to print %s", req.page_path);

@@ -92,7 +92,7 @@ public:
 
     std::vector<finding> run()
     {
-        str_holder site_macros(request_resolve_path("/_macro.cfg"));
+        str_holder site_macros(resolve_path("/_macro.cfg"));
         read_definitions(site_macros.get(), false);
         if (!scan_definitions(*page_, true))
             scan(*page_, 0, page_->text.size(), true);
@@ -152,7 +152,7 @@ private:
                 read_definitions((std::string(page, slash - page) + "/_tessel.cfg").c_str(), false);
             return true;
         }
-        str_holder resolved(request_resolve_path(name.c_str()));
+        str_holder resolved(resolve_path(name.c_str()));
         std::string path = resolved.get();
         if (path.back() == '/')
             return use_directory(path);

@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         image_file_size("t.jpg", width, height);
         macro_define("font", "t.gif\n8\t1\n .abcXYZ019\n");
         char* params[] = {str_dup("t.gif"), str_dup(commands.c_str())};
-        str_free(registry_call("gif_template", 2, params));
+        str_free(call_operator("gif_template", 2, params));
         str_free(params[0]);
         str_free(params[1]);
     });

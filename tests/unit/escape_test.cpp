@@ -106,12 +106,12 @@ TEST(Escape, UrlDecodeUndoesPercentEncodingOfEveryByte)
 TEST(Escape, NeedsUrlEscape)
 {
     for (const char* safe = "azAZ09_-. "; *safe; safe++)
-        EXPECT_FALSE(url_needs_escape(*safe)) << *safe;
-    EXPECT_FALSE(url_needs_escape(0));
+        EXPECT_FALSE(needs_url_escape(*safe)) << *safe;
+    EXPECT_FALSE(needs_url_escape(0));
     for (const char* unsafe = "+%&=/?#\"'\t\n~"; *unsafe; unsafe++)
-        EXPECT_TRUE(url_needs_escape(*unsafe)) << *unsafe;
-    EXPECT_TRUE(url_needs_escape(0xe9));
-    EXPECT_TRUE(url_needs_escape(0x7f));
+        EXPECT_TRUE(needs_url_escape(*unsafe)) << *unsafe;
+    EXPECT_TRUE(needs_url_escape(0xe9));
+    EXPECT_TRUE(needs_url_escape(0x7f));
 }
 
 } // namespace

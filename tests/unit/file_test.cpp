@@ -15,10 +15,10 @@ namespace {
 TEST(File, ReadDropsCarriageReturnsAndComments)
 {
     std::string path = temp_path("read.txt");
-    EXPECT_EQ(file_write(path.c_str(), "#x\ny\r\n\nz", false), nullptr);
-    EXPECT_EQ(own(file_read(path.c_str(), false, false)), "y\n\nz");
-    EXPECT_EQ(own(file_read(path.c_str(), true, true)), "y\nz");
-    EXPECT_EQ(file_read((path + "missing").c_str(), false, false), nullptr);
+    EXPECT_EQ(write_file(path.c_str(), "#x\ny\r\n\nz", false), nullptr);
+    EXPECT_EQ(own(read_file(path.c_str(), false, false)), "y\n\nz");
+    EXPECT_EQ(own(read_file(path.c_str(), true, true)), "y\nz");
+    EXPECT_EQ(read_file((path + "missing").c_str(), false, false), nullptr);
     unlink(path.c_str());
 }
 
@@ -36,11 +36,11 @@ TEST(File, CleanTextMapsKeptBytesToTheirOrigins)
 TEST(File, WriteTruncatesAndReportsErrors)
 {
     std::string path = temp_path("write.txt");
-    EXPECT_EQ(file_write(path.c_str(), "a long first text", true), nullptr);
-    EXPECT_EQ(file_write(path.c_str(), "short", false), nullptr);
-    EXPECT_EQ(own(file_read(path.c_str(), false, false)), "short");
-    EXPECT_EQ(own(file_write(nullptr, "x", false)), "no filename specified");
-    EXPECT_NE(own(file_write("/nonexistent-dir/x", "x", false)).find("(#"), std::string::npos);
+    EXPECT_EQ(write_file(path.c_str(), "a long first text", true), nullptr);
+    EXPECT_EQ(write_file(path.c_str(), "short", false), nullptr);
+    EXPECT_EQ(own(read_file(path.c_str(), false, false)), "short");
+    EXPECT_EQ(own(write_file(nullptr, "x", false)), "no filename specified");
+    EXPECT_NE(own(write_file("/nonexistent-dir/x", "x", false)).find("(#"), std::string::npos);
     EXPECT_EQ(file_remove(path.c_str()), nullptr);
     EXPECT_NE(own(file_remove(path.c_str())).find("(#2)"), std::string::npos);
 }
@@ -50,11 +50,11 @@ TEST(File, WriteTruncatesAndReportsErrors)
 TEST(File, LockedReadTakesTheSizeAfterTheWait)
 {
     std::string path = temp_path("locked.txt");
-    str_free(file_write(path.c_str(), "short", false));
+    str_free(write_file(path.c_str(), "short", false));
     int writer = open(path.c_str(), O_RDWR);
     ASSERT_EQ(flock(writer, LOCK_EX), 0);
     std::string read_back;
-    std::thread reader([&] { read_back = own(file_read(path.c_str(), false, true)); });
+    std::thread reader([&] { read_back = own(read_file(path.c_str(), false, true)); });
     usleep(200000); // the reader has taken the old size and waits for the lock by now
     std::string longer(100000, 'x');
     ASSERT_EQ(pwrite(writer, longer.data(), longer.size(), 0), (ssize_t)longer.size());

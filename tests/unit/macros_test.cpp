@@ -22,7 +22,7 @@ std::string body(const char* name)
 int define(const char* text, str_builder* output = nullptr)
 {
     str_holder copy(str_dup(text));
-    return macro_define_text(copy.get(), output);
+    return define_macros(copy.get(), output);
 }
 
 // Calls a macro with the given arguments, as ^macro[name;args...] would.
@@ -70,7 +70,7 @@ TEST(Macros, TextWithoutHeadersDefinesNothing)
 {
     EXPECT_EQ(define(""), 0);
     EXPECT_EQ(define("plain text\nmail me@example.org"), 0);
-    EXPECT_EQ(macro_define_text(nullptr, nullptr), 0);
+    EXPECT_EQ(define_macros(nullptr, nullptr), 0);
     EXPECT_EQ(macro_define_file("/nonexistent/_macro.cfg", nullptr), 0);
 }
 

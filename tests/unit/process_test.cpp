@@ -13,17 +13,17 @@ namespace {
 TEST(Process, ChildStreamsAndExitCode)
 {
     child_process child;
-    ASSERT_TRUE(process_spawn("/bin/cat", nullptr, true, true, false, child));
+    ASSERT_TRUE(spawn_with_pipes("/bin/cat", nullptr, true, true, false, child));
     ASSERT_EQ(write(child.in_fd, "ping", 4), 4);
     close(child.in_fd);
     char buffer[8] = {};
     EXPECT_EQ(read(child.out_fd, buffer, sizeof buffer), 4);
     EXPECT_STREQ(buffer, "ping");
     close(child.out_fd);
-    EXPECT_EQ(process_wait(child), 0);
+    EXPECT_EQ(wait_child(child), 0);
 
-    ASSERT_TRUE(process_spawn("/bin/false", nullptr, false, false, false, child));
-    EXPECT_EQ(process_wait(child), 1);
+    ASSERT_TRUE(spawn_with_pipes("/bin/false", nullptr, false, false, false, child));
+    EXPECT_EQ(wait_child(child), 1);
 }
 
 // The number of descriptors the process holds open.
@@ -54,7 +54,7 @@ TEST(Process, FailedSpawnClosesItsPipes)
             close(filler.back()); // room for one pipe, not for two
             int before = open_descriptors();
             child_process child;
-            bool spawned = process_spawn("/bin/cat", nullptr, true, true, true, child);
+            bool spawned = spawn_with_pipes("/bin/cat", nullptr, true, true, true, child);
             exit(!spawned && open_descriptors() == before ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");

@@ -23,11 +23,11 @@ TEST(Request, ResolvePathAgainstRootOrPageDirectory)
 {
     req.cgi.document_root = "/srv/site";
     req.page_path = (char*)"/srv/site/shop/list.html";
-    EXPECT_EQ(own(request_resolve_path("/img/a.gif")), "/srv/site/img/a.gif");
-    EXPECT_EQ(own(request_resolve_path("data/_t")), "/srv/site/shop/data/_t");
-    EXPECT_EQ(own(request_resolve_path("")), "/srv/site/shop/");
+    EXPECT_EQ(own(resolve_path("/img/a.gif")), "/srv/site/img/a.gif");
+    EXPECT_EQ(own(resolve_path("data/_t")), "/srv/site/shop/data/_t");
+    EXPECT_EQ(own(resolve_path("")), "/srv/site/shop/");
     req.page_path = (char*)"page.html"; // no directory part: nothing is cut
-    EXPECT_EQ(own(request_resolve_path("x")), "page.html/x");
+    EXPECT_EQ(own(resolve_path("x")), "page.html/x");
     req.page_path = nullptr;
 }
 
