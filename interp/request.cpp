@@ -1,6 +1,7 @@
 // The request record and the page-relative path resolution.
 #include "interp/request.h"
 
+#include <cstring>
 #include <utility>
 
 #include "core/charset.h"
@@ -24,6 +25,16 @@ char* resolve_path(const char* name)
     char* path = str_join(str_or_empty(dir), "/", str_or_empty(name), nullptr);
     str_free(dir);
     return path;
+}
+
+char* resolve_private_path(const char* name)
+{
+    str_holder path(resolve_path(name));
+    char* slash = strrchr(path.get(), '/');
+    if (!slash)
+        return str_join("_", path.get(), nullptr);
+    *slash = '\0';
+    return str_join(path.get(), "/_", slash + 1, nullptr);
 }
 
 void request_store_table(std::unique_ptr<table> t)

@@ -93,6 +93,11 @@ inline const char* response_content_type()
 // relative to the page's directory. Ownership: borrows name, new result.
 char* resolve_path(const char* name);
 
+// The private file for name: resolve_path's result with "_" before its last component, so
+// "data/book" names ".../data/_book", which the server never sends. Ownership: borrows name,
+// new result.
+char* resolve_private_path(const char* name);
+
 // Stores t in the table registry under the current table name (see table_array::store); a
 // null t stores nothing. The one way a table made by an operator enters the registry.
 // Ownership: takes t.

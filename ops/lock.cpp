@@ -57,12 +57,8 @@ private:
 // "_NAME.lock" in the folder of the resolved name. Ownership: borrows name, new result.
 char* lock_file_name(const char* name)
 {
-    str_holder path(resolve_path(name));
-    char* slash = strrchr(path.get(), '/');
-    if (!slash)
-        return str_join("_", path.get(), ".lock", nullptr);
-    *slash = '\0';
-    return str_join(path.get(), "/_", slash + 1, ".lock", nullptr);
+    str_holder path(resolve_private_path(name));
+    return str_join(path.get(), ".lock", nullptr);
 }
 
 // Opens the lock file and waits for its exclusive lock; the descriptor, or -1 with errno set.

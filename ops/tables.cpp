@@ -63,17 +63,6 @@ char* tables_find_file(const char* file)
     return nullptr;
 }
 
-// The save target: the resolved name's directory, "/_" and its base name. Ownership: new result.
-char* tables_save_name(const char* name)
-{
-    str_holder path(resolve_path(name));
-    char* slash = strrchr(path.get(), '/');
-    if (!slash)
-        return str_join("_", path.get(), nullptr);
-    *slash = '\0';
-    return tables_file_name(path.get(), slash + 1);
-}
-
 // ---- config -----------------------------------------------------------------------------
 
 // Removes the row at start n times; n = 0 removes nothing and a negative n removes every row
@@ -200,7 +189,7 @@ char* op_load(int count, char** params)
 char* op_save(int count, char** params)
 {
     expand_param(params, 0);
-    str_holder file(tables_save_name(params[0]));
+    str_holder file(resolve_private_path(params[0]));
     table* t = tables_current();
     str_holder text(count >= 2 ? expand_copy(params[1]) : t ? t->serialise() : nullptr);
     str_holder error(write_file(file.get(), text.get(), false));
