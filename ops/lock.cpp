@@ -93,7 +93,7 @@ char* op_lock(int, char** params)
     if (fd < 0) {
         str_holder reason(system_error_text());
         log_line(LOG_ERROR, "lock '%s' failed: %s", path.get(), reason.get());
-        return str_join("[lock '", name, "' failed: ", reason.get(), "]", nullptr);
+        return page_error("[lock '%s' failed: %s]", name, reason.get());
     }
     lock_scope held(fd, path.get());
     return expand_copy(params[1]);
