@@ -99,12 +99,15 @@ std::vector<std::string> split_param_names(const char* params)
     return names;
 }
 
-// The per-directory files from the file system root down to the page's directory.
+// The per-directory files from the file system root (or, with the setting, the document
+// root) down to the page's directory.
 void use_tessel_cfg_walk(str_builder& output)
 {
     const char* page = str_or_empty(req.page_path);
     for (const char* slash = strchr(page, '/'); slash; slash = strchr(slash + 1, '/')) {
         std::string path(page, slash - page);
+        if (!request_search_reaches(path.empty() ? "/" : path.c_str()))
+            continue;
         path += "/_tessel.cfg";
         macro_define_file(path.c_str(), &output);
     }

@@ -1,6 +1,7 @@
 // The request record and the page-relative path resolution.
 #include "interp/request.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -35,6 +36,18 @@ char* resolve_private_path(const char* name)
         return str_join("_", path.get(), nullptr);
     *slash = '\0';
     return str_join(path.get(), "/_", slash + 1, nullptr);
+}
+
+bool request_search_reaches(const char* dir)
+{
+    const char* root = req.cgi.document_root;
+    if (!str_nonempty(root) || !str_equal(getenv("TESSEL_STOP_AT_DOCUMENT_ROOT"), "1"))
+        return true;
+    size_t length = strlen(root);
+    while (length > 0 && root[length - 1] == '/')
+        length--;
+    return strncmp(str_or_empty(dir), root, length) == 0 &&
+           (dir[length] == '\0' || dir[length] == '/');
 }
 
 void request_store_table(std::unique_ptr<table> t)

@@ -98,6 +98,13 @@ char* resolve_path(const char* name);
 // new result.
 char* resolve_private_path(const char* name);
 
+// Whether a search for definition files (_tessel.cfg) or rule files (.htaccess) that walks the
+// folders on the way to a page may read the folder dir (a path without a trailing "/"). Every
+// folder may, unless the setting TESSEL_STOP_AT_DOCUMENT_ROOT is "1" and DOCUMENT_ROOT is set:
+// then only the document root and the folders below it may, so a file planted above the site
+// cannot change its pages.
+bool request_search_reaches(const char* dir);
+
 // Stores t in the table registry under the current table name (see table_array::store); a
 // null t stores nothing. The one way a table made by an operator enters the registry.
 // Ownership: takes t.

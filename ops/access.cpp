@@ -68,7 +68,7 @@ char* op_auth(int count, char** params)
                          ? str_join(str_or_empty(root), path, nullptr)
                          : resolve_path(path));
     char* dir = start.get();
-    while (dir && str_cut_at_last(dir, '/')) {
+    while (dir && str_cut_at_last(dir, '/') && request_search_reaches(*dir ? dir : "/")) {
         str_holder file(str_join(dir, "/.htaccess", nullptr));
         str_holder text(read_file(file.get(), false, false));
         if (!text.get())

@@ -124,6 +124,7 @@ Action tessel-page /cgi-bin/tessel
 SetEnv TESSEL_REQUIRE_REDIRECT 1
 # A visitor nobody signed in passes no rule of auth, not even require valid-user.
 SetEnv TESSEL_AUTH_NEEDS_USER 1
+SetEnv TESSEL_STOP_AT_DOCUMENT_ROOT 1
 
 # A site's private files are never served: macro, configuration and table files (names
 # beginning with "_"), .profile, counters, .htaccess, and the program's own logs, cache and chat.
