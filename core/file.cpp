@@ -101,6 +101,22 @@ void unlock_stream(FILE* stream)
     flock(fileno(stream), LOCK_UN);
 }
 
+int lock_file_open(const char* path)
+{
+    int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return -1;
+    while (flock(fd, LOCK_EX) != 0) {
+        if (errno != EINTR) {
+            int saved = errno;
+            close(fd);
+            errno = saved;
+            return -1;
+        }
+    }
+    return fd;
+}
+
 // ---- directories ----------------------------------------------------------------------
 
 dir_walk::dir_walk(const char* path)

@@ -40,6 +40,10 @@ char* system_error_text();
 void lock_stream(FILE* stream);
 void unlock_stream(FILE* stream);
 
+// Opens the lock file at path, creating it (mode 0666 less the umask), and waits for its
+// exclusive flock: the descriptor, whose close releases the lock, or -1 with errno set.
+int lock_file_open(const char* path);
+
 // ---- directories ----------------------------------------------------------------------
 
 // Walks the entries of one directory, each with the result of stat on "dir/name" (a zeroed

@@ -96,16 +96,9 @@ public:
     {
         if (depth_++ > 0)
             return;
-        fd_ = open(LOCK, O_RDONLY | O_CREAT | O_CLOEXEC, 0666);
-        int locked = fd_ < 0 ? -1 : flock(fd_, LOCK_EX);
-        while (locked != 0 && fd_ >= 0 && errno == EINTR)
-            locked = flock(fd_, LOCK_EX);
-        if (locked != 0) {
+        fd_ = lock_file_open(LOCK);
+        if (fd_ < 0)
             error_ = errno;
-            if (fd_ >= 0)
-                close(fd_);
-            fd_ = -1;
-        }
     }
     ~chat_lock()
     {

@@ -5,10 +5,7 @@
 // The lock file is "_NAME.lock" beside the page (under the document root for "/NAME"): a name
 // with "_" in front, private like the table files, and never replaced, so a lock on it holds
 // while the files it guards are replaced by rename.
-#include <cerrno>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include "core/file.h"
@@ -61,23 +58,6 @@ char* lock_file_name(const char* name)
     return str_join(path.get(), ".lock", nullptr);
 }
 
-// Opens the lock file and waits for its exclusive lock; the descriptor, or -1 with errno set.
-int lock_acquire(const char* path)
-{
-    int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    if (fd < 0)
-        return -1;
-    while (flock(fd, LOCK_EX) != 0) {
-        if (errno != EINTR) {
-            int saved = errno;
-            close(fd);
-            errno = saved;
-            return -1;
-        }
-    }
-    return fd;
-}
-
 // lock[name;body]: the body expanded while the lock of name is held.
 char* op_lock(int, char** params)
 {
@@ -89,7 +69,7 @@ char* op_lock(int, char** params)
     str_holder path(lock_file_name(name));
     if (lock_held(path.get()))
         return expand_copy(params[1]);
-    int fd = lock_acquire(path.get());
+    int fd = lock_file_open(path.get());
     if (fd < 0) {
         str_holder reason(system_error_text());
         log_line(LOG_ERROR, "lock '%s' failed: %s", path.get(), reason.get());
