@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "core/number.h"
+#include "core/setting.h"
 #include "core/str.h"
 
 namespace {
@@ -92,8 +93,7 @@ char* uri_path_normalize(const char* uri)
 
 bool dispatch_is_illegal_call(const char* uri, const char* script_name)
 {
-    const char* required = getenv("TESSEL_REQUIRE_REDIRECT");
-    if (str_equal(required, "1") && !str_nonempty(getenv("REDIRECT_STATUS")))
+    if (setting_on("TESSEL_REQUIRE_REDIRECT") && !str_nonempty(getenv("REDIRECT_STATUS")))
         return true;
     if (!str_nonempty(script_name))
         return false;

@@ -7,6 +7,7 @@
 
 #include "core/charset.h"
 #include "core/log.h"
+#include "core/setting.h"
 #include "core/str.h"
 
 request_record req;
@@ -41,7 +42,7 @@ char* resolve_private_path(const char* name)
 bool request_search_reaches(const char* dir)
 {
     const char* root = req.cgi.document_root;
-    if (!str_nonempty(root) || !str_equal(getenv("TESSEL_STOP_AT_DOCUMENT_ROOT"), "1"))
+    if (!str_nonempty(root) || !setting_on("TESSEL_STOP_AT_DOCUMENT_ROOT"))
         return true;
     size_t length = strlen(root);
     while (length > 0 && root[length - 1] == '/')

@@ -4,6 +4,7 @@
 
 #include "cgi/request.h"
 #include "core/file.h"
+#include "core/setting.h"
 #include "core/str.h"
 #include "interp/registry.h"
 #include "interp/request.h"
@@ -16,7 +17,7 @@ constexpr const char* NO_DECISION = nullptr;
 // With TESSEL_AUTH_NEEDS_USER=1 a visitor nobody signed in passes no rule, valid-user included.
 bool access_needs_user()
 {
-    return str_equal(getenv("TESSEL_AUTH_NEEDS_USER"), "1");
+    return setting_on("TESSEL_AUTH_NEEDS_USER");
 }
 
 // Whether names (a "group" line's list, separated by single blanks) holds user as a whole

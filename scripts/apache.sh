@@ -125,6 +125,12 @@ SetEnv TESSEL_REQUIRE_REDIRECT 1
 # A visitor nobody signed in passes no rule of auth, not even require valid-user.
 SetEnv TESSEL_AUTH_NEEDS_USER 1
 SetEnv TESSEL_STOP_AT_DOCUMENT_ROOT 1
+# Request data is never expanded a second time; a connect error is text in SERVER_ERROR.
+SetEnv TESSEL_INERT_REQUEST_DATA 1
+SetEnv TESSEL_SERVER_ERROR_AS_TEXT 1
+# Each escaping mode is safe where it is meant for; error pages carry a status and no paths.
+SetEnv TESSEL_SAFE_ESCAPING 1
+SetEnv TESSEL_SAFE_ERROR_PAGES 1
 
 # A site's private files are never served: macro, configuration and table files (names
 # beginning with "_"), .profile, counters, .htaccess, and the program's own logs, cache and chat.
