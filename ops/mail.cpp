@@ -124,8 +124,7 @@ char* op_sendmail(int count, char** params)
     int code = wait_child(child);
     if (code == 0 && !reported)
         return nullptr;
-    return str_join("[sendmail reported error: ", reported ? report : "UNKNOWN", ", #",
-                    fmt_int(code).text, "]", nullptr);
+    return page_error("[sendmail reported error: %s, #%d]", reported ? report : "UNKNOWN", code);
 }
 
 } // namespace

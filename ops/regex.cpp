@@ -2,6 +2,7 @@
 #include "ops/regex.h"
 
 #include "core/str.h"
+#include "interp/registry.h"
 
 namespace {
 constexpr size_t REGEX_ERROR_SIZE = 1024; // the library's wording is cut at 1,023 bytes
@@ -22,5 +23,5 @@ char* regex_error_text(int status, const regex_t* re)
 {
     char wording[REGEX_ERROR_SIZE];
     regerror(status, re, wording, sizeof wording);
-    return str_join("[regex error: ", wording, "]", nullptr);
+    return page_error("[regex error: %s]", wording);
 }

@@ -232,8 +232,8 @@ char* sql_failure(const char* query, const char* what, char* message)
 {
     str_holder shown_message(escape_take(message));
     str_holder shown_query(escape_take(str_dup(query)));
-    str_holder text(str_join("[query \"", shown_query.get(), "\" [sql ", what,
-                             " error: ", shown_message.get(), "]]", nullptr));
+    str_holder text(page_error("[query \"%s\" [sql %s error: %s]]", shown_query.get(), what,
+                               shown_message.get()));
     req.tables->remove_current();
     return text.release();
 }

@@ -21,11 +21,10 @@ table* tables_current()
     return req.tables->get_current();
 }
 
-// Runs body over t with t locked. Locking a table that an outer loop holds throws to that
-// loop. A violation aimed at t (a nested loop over it, or an attempt to replace it) stops
-// this loop and appends message; one aimed at another loop's table passes on.
-template <typename Body>
-void tables_loop(table* t, str_builder& out, const char* message, Body body)
+// Runs body over t with t locked; false when it was stopped. Locking a table that an outer
+// loop holds throws to that loop. A violation aimed at t (a nested loop over it, or an
+// attempt to replace it) stops this loop; one aimed at another loop's table passes on.
+template <typename Body> bool tables_loop(table* t, Body body)
 {
     table_hold_scope lock(*t, table_hold::LOCK);
     int depth = req.depth;
@@ -35,8 +34,9 @@ void tables_loop(table* t, str_builder& out, const char* message, Body body)
         if (violation.target != t)
             throw;
         req.depth = depth; // the calls that were unwound did not return
-        out.append(message);
+        return false;
     }
+    return true;
 }
 
 // ---- load and save ----------------------------------------------------------------------
@@ -292,8 +292,8 @@ char* op_table(int count, char** params)
     int cols = str_to_int(params[0]); // read as written, not expanded
     const char* body = param_text(count, params, 1);
     str_builder out;
-    tables_loop(t, out, "[table lock violation in table macro]",
-                [&] { table_grid(t, cols, body, filler.get(), out); });
+    if (!tables_loop(t, [&] { table_grid(t, cols, body, filler.get(), out); }))
+        out.append(str_holder(page_error("[table lock violation in table macro]")).get());
     return out.take(true);
 }
 
@@ -305,7 +305,7 @@ char* op_menu(int count, char** params)
         return nullptr;
     int saved = t->current();
     str_builder out;
-    tables_loop(t, out, "[table lock violation in menu macro]", [&] {
+    bool whole = tables_loop(t, [&] {
         for (int i = 0; i < t->count(); i++) {
             t->set_current(i);
             str_holder piece(expand_copy(params[0]));
@@ -317,6 +317,8 @@ char* op_menu(int count, char** params)
         }
     });
     t->set_current(saved);
+    if (!whole)
+        out.append(str_holder(page_error("[table lock violation in menu macro]")).get());
     return out.take(true);
 }
 
