@@ -115,6 +115,10 @@ public:
     // The row slots, for sorting in place. Ownership: view.
     char** row_slots() const { return slots(); }
 
+    // True when the rows hold text of the request (form fields, a match over a field...), so
+    // that reading a cell reads request data. Set by whoever stores the table.
+    bool holds_request_data = false;
+
 protected:
     // Adds the rows of text, split as the text constructor does. Ownership: borrows text.
     void add_rows_from(const char* text);

@@ -19,6 +19,7 @@
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"
+#include "interp/registry.h"
 #include "interp/request.h"
 
 int expr_status = EXPR_OK;
@@ -564,8 +565,8 @@ char* expr_strip(char* text)
 
 char* expr_error_message(const char* name, const char* rest)
 {
-    return str_join("[", str_or_empty(name), ": ", expr_status_text(expr_status), " near '",
-                    str_or_empty(rest), "']", nullptr);
+    return page_error("[%s: %s near '%s']", str_or_empty(name), expr_status_text(expr_status),
+                      str_or_empty(rest));
 }
 
 int expr_to_int(double value)

@@ -153,14 +153,14 @@ char* load_page(const char* path)
     if (!text)
         return nullptr;
     if (!first_header(text)) // no definitions: spare a copy of a page that may be large
-        return expand_in_place(text);
+        return expand_page_text(text);
     str_holder copy(str_dup(text));
     str_builder output;
     if (define_macros(copy.get(), &output) > 0) {
         str_free(text);
         return output.take(true);
     }
-    return expand_in_place(text);
+    return expand_page_text(text);
 }
 
 // ---- definitions ------------------------------------------------------------------------
@@ -297,7 +297,8 @@ char* macro_call(int count, char** params)
     expand_param(params, 0);
     const char* body = macro_body(params[0]);
     if (!body)
-        return str_join("[undefined macro ", params[0], "]", nullptr);
+        return params[0] ? page_error("[undefined macro %s]", params[0])
+                         : page_error("[undefined macro ");
     return expand_taken(macro_substitute(body, count, params));
 }
 

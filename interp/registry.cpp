@@ -18,6 +18,7 @@
 
 #include "core/log.h"
 #include "core/number.h"
+#include "core/setting.h"
 #include "core/str.h"
 #include "interp/registry_storage.h"
 #include "interp/request.h"
@@ -93,12 +94,54 @@ char* copy_range(const char* p, int len)
     return len > 0 ? str_dup_n(p, len) : nullptr;
 }
 
-// Lowers the nesting counter when a dispatched call ends, by return or by exception.
+// Lowers the nesting counter when a dispatched call ends, by return or by exception, and
+// gives the enclosing call back its own start for request_data_in_call.
 struct depth_guard {
-    depth_guard() = default;
+    unsigned outer_start = req.call_start_reads;
+    depth_guard() { req.call_start_reads = req.request_data_reads; }
     depth_guard(const depth_guard&) = delete;
     depth_guard& operator=(const depth_guard&) = delete;
-    ~depth_guard() { req.depth--; }
+    ~depth_guard()
+    {
+        req.depth--;
+        req.call_start_reads = outer_start;
+    }
+};
+
+// How expand_text treats the text it expands.
+enum class expand_mode {
+    PLAIN,
+    QUOTE_REQUEST_DATA, // results that hold request data are written quoted
+    PAGE,               // the page file's text: each call's line is kept in req.page_line
+};
+
+// Appends text quoted as quote_for_expansion does. A lone "^" that out ends with would join
+// the quoted text's first byte into an escape or a call name, so it is doubled first.
+void append_quoted(str_builder& out, const char* text)
+{
+    if (!str_nonempty(text))
+        return;
+    size_t carets = 0;
+    const char* written = out.view();
+    while (carets < out.size() && written[out.size() - 1 - carets] == '^')
+        carets++;
+    if (carets % 2 == 1)
+        out.append('^');
+    for (const char* p = text; *p; p++) {
+        if (*p == '^' || *p == ';')
+            out.append('^');
+        out.append(*p);
+    }
+}
+
+// Keeps req.page_line at the line of each call while the page's own text is expanded, and
+// clears it after.
+struct page_line_scope {
+    int outer = req.page_line;
+    page_line_scope() = default;
+    page_line_scope(const page_line_scope&) = delete;
+    page_line_scope& operator=(const page_line_scope&) = delete;
+    ~page_line_scope() { req.page_line = outer; }
 };
 
 } // namespace
@@ -130,21 +173,26 @@ char* call_operator(const char* name, int count, char** params)
 {
     // Refused calls leave the counter raised on purpose: it counts nesting plus every refusal.
     if (++req.depth > MAX_DEPTH)
-        return str_dup("[infinite operator recursion detected]");
+        return page_error("[infinite operator recursion detected]");
     const operator_entry* entry = registry_find(name);
-    if (!entry)
-        return str_join("[invalid operator ", name, "]", nullptr);
+    if (!entry) // a null name shows as "[invalid operator " alone
+        return name ? page_error("[invalid operator %s]", name) : page_error("[invalid operator ");
     depth_guard leave;
     const op_row& row = *entry->row;
     if (!(row.flags & RAW_PARAMS))
         for (int i = 0; i < count; i++)
             expand_param(params, i);
     if (row.param_count != 0 && row.param_count != count)
-        return str_join("[invalid parameters to operator ", name, "]", nullptr);
-    return row.handler(count, params);
+        return page_error("[invalid parameters to operator %s]", name);
+    char* result = row.handler(count, params);
+    if (row.flags & REQUEST_DATA)
+        request_data_note();
+    return result;
 }
 
-char* expand_in_place(char* text)
+namespace {
+
+char* expand_text(char* text, expand_mode mode)
 {
     if (!text)
         return nullptr;
@@ -155,6 +203,10 @@ char* expand_in_place(char* text)
     out.reserve(size); // most pages come out about as long as they went in
     call_scanner scanner(text, size);
     size_t i = 0;
+    size_t counted = 0; // page lines are counted up to here
+    page_line_scope keep_line;
+    if (mode == expand_mode::PAGE)
+        req.page_line = 1;
     while (i < size) {
         const char* caret = (const char*)memchr(text + i, '^', size - i);
         size_t at = caret ? caret - text : size;
@@ -178,8 +230,16 @@ char* expand_in_place(char* text)
             continue;
         }
         str_holder name(copy_range(text + i + 1, (int)(found.open - i - 1)));
+        if (mode == expand_mode::PAGE) {
+            for (; counted < i; counted++)
+                req.page_line += text[counted] == '\n';
+        }
+        unsigned reads_before = req.request_data_reads;
         str_holder result(call_operator(name.get(), params.count, params.slots));
-        out.append(result.get());
+        if (mode == expand_mode::QUOTE_REQUEST_DATA && req.request_data_reads != reads_before)
+            append_quoted(out, result.get());
+        else
+            out.append(result.get());
         i = found.close + 1;
         if (out.size() == 0 && i >= size) {
             str_free(text);
@@ -188,6 +248,31 @@ char* expand_in_place(char* text)
     }
     str_free(text);
     return out.take(false);
+}
+
+} // namespace
+
+char* expand_in_place(char* text)
+{
+    return expand_text(text, expand_mode::PLAIN);
+}
+
+char* expand_for_second_pass(char* text)
+{
+    bool quote = setting_on("TESSEL_INERT_REQUEST_DATA");
+    return expand_text(text, quote ? expand_mode::QUOTE_REQUEST_DATA : expand_mode::PLAIN);
+}
+
+char* expand_page_text(char* text)
+{
+    return expand_text(text, expand_mode::PAGE);
+}
+
+char* quote_for_expansion(const char* text)
+{
+    str_builder out;
+    append_quoted(out, text);
+    return out.take(true);
 }
 
 char* expand_taken(char* text)
@@ -229,6 +314,21 @@ char* page_error_format(const char* format, va_list args)
     return text;
 }
 
+// Writes a page error to the error log without its enclosing brackets, after the line of
+// the page's call that made it when the setting TESSEL_SAFE_ERROR_PAGES is on and the line is
+// known.
+void page_error_log(const char* text)
+{
+    size_t length = strlen(text);
+    bool bracketed = length >= 2 && text[0] == '[' && text[length - 1] == ']';
+    int shown = (int)(length - (bracketed ? 2 : 0));
+    const char* start = text + (bracketed ? 1 : 0);
+    if (req.page_line > 0 && setting_on("TESSEL_SAFE_ERROR_PAGES"))
+        log_line(LOG_ERROR, "line %d: %.*s", req.page_line, shown, start);
+    else
+        log_line(LOG_ERROR, "%.*s", shown, start);
+}
+
 } // namespace
 
 char* page_error(const char* format, ...)
@@ -237,6 +337,8 @@ char* page_error(const char* format, ...)
     va_start(args, format);
     char* text = page_error_format(format, args);
     va_end(args);
+    if (setting_on("TESSEL_SAFE_ERROR_PAGES"))
+        page_error_log(text);
     return text;
 }
 
@@ -246,9 +348,6 @@ char* page_error_logged(const char* format, ...)
     va_start(args, format);
     char* text = page_error_format(format, args);
     va_end(args);
-    size_t length = strlen(text);
-    bool bracketed = length >= 2 && text[0] == '[' && text[length - 1] == ']';
-    size_t cut = bracketed ? 1 : 0;
-    log_line(LOG_ERROR, "%.*s", (int)(length - 2 * cut), text + cut);
+    page_error_log(text);
     return text;
 }

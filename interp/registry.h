@@ -13,6 +13,10 @@ using operator_handler = char* (*)(int count, char** params);
 // Flag bit 0: parameters are handed over unexpanded; the handler expands what it needs.
 constexpr unsigned RAW_PARAMS = 1;
 
+// Flag bit 1: the result is request data (a form field, a cookie, the query string...): the
+// dispatcher notes it (request_data_note in interp/request.h) when the handler returns.
+constexpr unsigned REQUEST_DATA = 2;
+
 // The most parameters one call may carry; a call with more is left as text.
 constexpr int MAX_PARAMS = 19;
 
@@ -120,6 +124,23 @@ inline char* expand_param_text(int count, char** params, int i)
     return params[i];
 }
 
+// As expand_in_place, for a text that the caller expands a second time (a variable's name,
+// `process`): with the setting TESSEL_INERT_REQUEST_DATA the result of every call that read
+// request data is written quoted (quote_for_expansion), so the second expansion gives that
+// text back as it was and never runs it. Without the setting it is expand_in_place.
+// Ownership: takes text, new result.
+char* expand_for_second_pass(char* text);
+
+// The expansion of the page file's own text: as expand_in_place, and a page error made while
+// one of its calls runs is logged with that call's line (see page_error).
+// Ownership: takes text, new result.
+char* expand_page_text(char* text);
+
+// text written so that one expansion gives it back unchanged: every "^" doubled and every ";"
+// escaped ("^;"), so no call starts in it and no parameter ends in it. Ownership: borrows
+// text, new result (null for null or empty text).
+char* quote_for_expansion(const char* text);
+
 // As expand_in_place, but text is freed even when an exception passes through: for a text
 // that no parameter slot holds. Ownership: takes text, new result.
 char* expand_taken(char* text);
@@ -156,7 +177,9 @@ int expand_param_int(int count, char** params, int i);
 //     return page_error_logged("[save to '%s' failed: %s]", file, reason);
 // The format follows printf; a %s argument must not be null.
 
-// The page error formatted from format, not logged. Ownership: new result.
+// The page error formatted from format, not logged, unless the setting
+// TESSEL_SAFE_ERROR_PAGES is on: then every page error is logged, with the line of the page's
+// call that made it. Ownership: new result.
 char* page_error(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // As page_error, and writes the same text without its enclosing brackets to the error log:

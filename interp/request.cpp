@@ -51,8 +51,11 @@ bool request_search_reaches(const char* dir)
            (dir[length] == '\0' || dir[length] == '/');
 }
 
-void request_store_table(std::unique_ptr<table> t)
+void request_store_table(std::unique_ptr<table> t, table_origin origin)
 {
-    if (t)
-        req.tables->store(std::move(t));
+    if (!t)
+        return;
+    if (origin == table_origin::CALL && request_data_in_call())
+        t->holds_request_data = true;
+    req.tables->store(std::move(t));
 }

@@ -66,6 +66,16 @@ struct request_record {
 
     int depth = 0; // nesting counter of operator calls
 
+    // Request data: text that came from the request (form fields, cookies, the query, the URI,
+    // header lines, upload names) or was made from it. The counter rises whenever an operator's
+    // result holds such text, so a call that saw it rise read request data (see
+    // request_data_in_call); the variables named in request_data_variables hold it.
+    unsigned request_data_reads = 0;
+    unsigned call_start_reads = 0; // request_data_reads when the innermost call began
+    sorted_map* request_data_variables = new sorted_map; // name -> "1"
+
+    int page_line = 0; // line of the page file's call being expanded; 0 outside the page text
+
     // The shared state of the operators, created with the record, so before any family
     // registers, and kept until the process exits.
     sorted_map* macros = new sorted_map;    // macro name -> body
@@ -105,9 +115,27 @@ char* resolve_private_path(const char* name);
 // cannot change its pages.
 bool request_search_reaches(const char* dir);
 
+// Notes that the result of the call in progress holds request data.
+inline void request_data_note()
+{
+    req.request_data_reads++;
+}
+
+// True when the call in progress (its parameters, its nested calls or its handler) has read
+// request data so far.
+inline bool request_data_in_call()
+{
+    return req.request_data_reads != req.call_start_reads;
+}
+
+// Where the rows of a table came from: made by the call from its parameters and the request,
+// or read from what the site keeps (a table file, the database).
+enum class table_origin { CALL, STORED };
+
 // Stores t in the table registry under the current table name (see table_array::store); a
-// null t stores nothing. The one way a table made by an operator enters the registry.
+// null t stores nothing. The one way a table made by an operator enters the registry. A table
+// that a call made while it read request data holds request data (table::holds_request_data).
 // Ownership: takes t.
-void request_store_table(std::unique_ptr<table> t);
+void request_store_table(std::unique_ptr<table> t, table_origin origin = table_origin::CALL);
 
 #endif

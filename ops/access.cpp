@@ -94,7 +94,7 @@ char* op_user(int, char**)
 extern constexpr op_row access_rows[] = {
     // name   handler   params  flags       accepted
     {"auth",  op_auth,  2,      0},
-    {"user",  op_user,  0,      0,          {1, 1}},
+    {"user",  op_user,  0,      REQUEST_DATA, {1, 1}},
 };
 // clang-format on
 

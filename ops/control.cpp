@@ -62,15 +62,34 @@ char* var_compute(const char* old, const char* op, char* operand)
     return error ? error : expr_format_number(value, op);
 }
 
+// Whether the variable name holds request data.
+bool var_holds_request_data(const char* name)
+{
+    return req.request_data_variables->get(name) != nullptr;
+}
+
+// Records whether the variable name now holds request data.
+void var_mark(const char* name, bool request_data)
+{
+    req.request_data_variables->set(name, request_data ? "1" : nullptr);
+}
+
 // Puts a loop variable's earlier value back (or removes it) when the loop ends, also when
-// a table lock violation unwinds through the loop.
+// a table lock violation unwinds through the loop. While the loop runs it holds numbers,
+// which are not request data, whatever it held before.
 class loop_variable {
 public:
-    explicit loop_variable(const char* name) : name_(name)
+    explicit loop_variable(const char* name)
+        : name_(name), saved_(str_dup(req.variables->get(name))),
+          saved_request_data_(var_holds_request_data(name))
     {
-        saved_ = str_dup(req.variables->get(name));
+        var_mark(name, false);
     }
-    ~loop_variable() { req.variables->set_take(name_, saved_); }
+    ~loop_variable()
+    {
+        req.variables->set_take(name_, saved_);
+        var_mark(name_, saved_request_data_);
+    }
     loop_variable(const loop_variable&) = delete;
     loop_variable& operator=(const loop_variable&) = delete;
     void set(int value) { req.variables->set(name_, fmt_int(value).text); }
@@ -78,27 +97,37 @@ public:
 private:
     const char* name_;
     char* saved_;
+    bool saved_request_data_;
 };
 
-// var[name], var[name;value], var[name;op;operand].
+// var[name], var[name;value], var[name;op;operand]. A variable holds request data when the
+// call that set it read some; reading it then reads request data.
 char* op_var(int count, char** params)
 {
     {
         escape_mode_scope none(ESCAPE_MODE_NONE);
-        for (int i = 0; i < count; i++)
-            expand_param(params, i);
+        if (count <= 1)
+            params[0] = expand_for_second_pass(params[0]);
+        else
+            for (int i = 0; i < count; i++)
+                expand_param(params, i);
     }
     sorted_map& vars = *req.variables;
     if (count <= 1) {
         expand_param(params, 0); // the name is expanded a second time
+        if (var_holds_request_data(params[0]))
+            request_data_note();
         return escape_take(str_dup(vars.get(params[0])));
     }
+    bool request_data = request_data_in_call();
     if (count == 2)
         vars.set(params[0], params[1]);
-    else if (str_equal(params[1], "."))
+    else if (str_equal(params[1], ".")) {
         vars.append(params[0], params[2]); // in place, so building a text costs what it adds
-    else
+        request_data = request_data || var_holds_request_data(params[0]);
+    } else
         vars.set_take(params[0], var_compute(vars.get(params[0]), params[1], params[2]));
+    var_mark(params[0], request_data);
     return nullptr;
 }
 

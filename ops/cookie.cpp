@@ -23,7 +23,7 @@ char* op_cookie(int count, char** params)
 // clang-format off
 extern constexpr op_row cookie_rows[] = {
     // name     handler     params  flags       accepted
-    {"cookie",  op_cookie,  0,      0,          {1, 3}},
+    {"cookie",  op_cookie,  0,      REQUEST_DATA, {1, 3}},
 };
 // clang-format on
 

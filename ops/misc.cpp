@@ -85,7 +85,7 @@ char* op_process(int count, char** params)
     {
         escape_mode_scope scope(ESCAPE_MODE_NONE);
         for (int i = 0; i < count; i++)
-            expand_param(params, i);
+            params[i] = expand_for_second_pass(params[i]);
     }
     return expand_copy(params[0]);
 }

@@ -99,12 +99,31 @@ char* op_mangle(int count, char** params)
     return cookie_value_out(param_text(count, params, 0));
 }
 
+// Whether the environment variable name carries what the visitor sent: a header line
+// (HTTP_...), what the server derived from the request line, or the server's copies of those
+// when it redirected the request (REDIRECT_...).
+bool request_env_is_request_data(const char* name)
+{
+    static constexpr const char* FROM_REQUEST[] = {
+        "QUERY_STRING", "REQUEST_URI",  "PATH_INFO",   "PATH_TRANSLATED", "SCRIPT_NAME",
+        "CONTENT_TYPE", "REMOTE_USER", "REMOTE_IDENT", "SERVER_NAME",     "AUTH_TYPE",
+    };
+    if (str_starts_with(name, "HTTP_") || str_starts_with(name, "REDIRECT_"))
+        return true;
+    for (const char* from_request : FROM_REQUEST)
+        if (strcmp(name, from_request) == 0)
+            return true;
+    return false;
+}
+
 // env[name]: an environment variable, escaped.
 char* op_env(int count, char** params)
 {
     const char* name = param_text(count, params, 0);
     if (!str_nonempty(name))
         return nullptr;
+    if (request_env_is_request_data(name))
+        request_data_note();
     return escape_take(str_dup(getenv(name)));
 }
 
@@ -172,13 +191,13 @@ char* op_header(int count, char** params)
 // clang-format off
 extern constexpr op_row request_rows[] = {
     // name      handler      params  flags       accepted
-    {"form",     op_form,     1,      0},
+    {"form",     op_form,     1,      REQUEST_DATA},
     {"number",   op_number,   1,      0},
-    {"query",    op_query,    0,      0,          {1, 1}},
+    {"query",    op_query,    0,      REQUEST_DATA, {1, 1}},
     {"mangle",   op_mangle,   1,      0},
     {"env",      op_env,      1,      0},
-    {"uri",      op_uri,      0,      0,          {1, 1}},
-    {"combine",  op_combine,  0,      0,          {1, 2}},
+    {"uri",      op_uri,      0,      REQUEST_DATA, {1, 1}},
+    {"combine",  op_combine,  0,      REQUEST_DATA, {1, 2}},
     {"browser",  op_browser,  2,      0},
     {"header",   op_header,   2,      0},
 };

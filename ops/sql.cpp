@@ -9,6 +9,7 @@
 #include "core/log.h"
 #include "core/mysql_client.h"
 #include "core/number.h"
+#include "core/setting.h"
 #include "core/str.h"
 #include "core/table.h"
 #include "interp/escape.h"
@@ -256,7 +257,12 @@ char* op_server(int, char** params)
     sql_target target = sql_parse_target(params[0]);
     sql_connection_scope scope;
     str_holder error(sql_connect(target));
-    return error.get() ? macro_run("SERVER_ERROR", {error.get()}) : expand_copy(params[1]);
+    if (!error.get())
+        return expand_copy(params[1]);
+    // The error repeats the connection string, which a page may build from request data.
+    if (setting_on("TESSEL_SERVER_ERROR_AS_TEXT"))
+        error.reset(quote_for_expansion(error.get()));
+    return macro_run("SERVER_ERROR", {error.get()});
 }
 
 char* op_sql(int count, char** params)
@@ -265,7 +271,7 @@ char* op_sql(int count, char** params)
     sql_result result = sql_run_query(query.get());
     if (result.message)
         return sql_failure(query.get(), result.what, result.message);
-    request_store_table(std::move(result.rows));
+    request_store_table(std::move(result.rows), table_origin::STORED);
     return nullptr;
 }
 

@@ -162,9 +162,10 @@ char* op_config(int count, char** params)
     file_clean_text(params[count - 1], true);
     if (count >= 2)
         config_edit(t, count, params);
-    else if (str_equal(params[0], "formelements"))
+    else if (str_equal(params[0], "formelements")) {
+        request_data_note(); // the form's fields become the table's rows
         request_store_table(config_form_elements());
-    else
+    } else
         request_store_table(std::make_unique<table>(str_dup(params[0])));
     return nullptr;
 }
@@ -181,7 +182,7 @@ char* op_load(int count, char** params)
     else
         loaded = std::make_unique<table_named>(text);
     table* t = loaded.get();
-    request_store_table(std::move(loaded));
+    request_store_table(std::move(loaded), table_origin::STORED);
     t->locate_prefix(0, req.request_uri);
     return nullptr;
 }
@@ -202,6 +203,7 @@ char* op_flip(int, char** params)
 {
     table* from = req.tables->get_by_name(params[0]);
     auto t = std::make_unique<table>();
+    t->holds_request_data = from && from->holds_request_data;
     if (from && from->has_current_row()) {
         str_holder row(str_dup(from->row(from->current())));
         char* cursor = row.get();
@@ -256,6 +258,8 @@ char* item_neighbour(int step, const char* column)
     if (!t)
         return escape_take(nullptr);
     t->shift(step);
+    if (t->holds_request_data)
+        request_data_note();
     char* value = t->item_by_name(column);
     t->shift(-step);
     return escape_take(value);
@@ -278,6 +282,8 @@ char* op_item(int count, char** params)
         return str_dup(fmt_int(t->current() + 1).text);
     if (str_equal(column, "count"))
         return str_dup(fmt_int(t->count()).text);
+    if (t->holds_request_data)
+        request_data_note();
     return escape_take(t->item_by_name(column));
 }
 

@@ -130,7 +130,7 @@ char* op_unlink(int count, char** params)
 // clang-format off
 extern constexpr op_row upload_rows[] = {
     // name     handler     params  flags       accepted
-    {"upload",  op_upload,  0,      0,          UPLOAD_PARAMS},
+    {"upload",  op_upload,  0,      REQUEST_DATA, UPLOAD_PARAMS},
     {"unlink",  op_unlink,  1,      0},
 };
 // clang-format on
