@@ -19,6 +19,7 @@ cat >"$SITE/header.html" <<'EOF'
 ^header[X-Tessel-Test;a
 b]^header[Content-Type;text/plain^; charset=koi8-r]plain   text
 EOF
+printf '^var[msg_42;RAN][^var[msg_^form[lang]]] [^process[^form[lang]]]\n' >"$SITE/again.html"
 printf '[^length[^form[big]]]\n' >"$SITE/big_length.html"
 printf '[^form[big]] [^number[big]]\n' >"$SITE/big_value.html"
 printf 'line1\r\nline2\r\n' >"$WORK/crlf.txt"
@@ -30,6 +31,10 @@ e2e_get '/echo.html?a=1&a=%3Cb%3E&t=x+y%21'
 check_equal "query string: status" 200 "$STATUS"
 check_body "query string: decoded, repeated and escaped" \
     $'[1] [1|&lt;b&gt;] [x y!] [] [] [0] [GET]\n'
+
+# The shipped configuration never expands a visitor's text a second time.
+e2e_get '/again.html?lang=%5Esum%5B20%3B22%5D'
+check_body "request data: not run in a variable's name or in process" $'[] [^sum[20;22]]\n'
 
 e2e_get /echo.html --data-urlencode 'a=<b>&"x"' --data-urlencode 'a=second' \
     --data-urlencode $'t=l1\r\nl2' --data-urlencode 'n=-12.5'
