@@ -187,6 +187,43 @@ TEST(Scanner, LearntListsMatchFreshReads)
     }
 }
 
+// The text that `field` gives, as request data.
+std::string field_value;
+
+char* op_field(int, char**)
+{
+    return str_dup(field_value.c_str());
+}
+
+// What a second expansion makes of a text whose first expansion quoted request data: the
+// data comes back byte for byte and never runs, whatever it holds and whatever carets of the
+// page's own text stand before it (k of them, as the first expansion left them, read as
+// ceil(k/2): a lone one is kept from joining the data). The page's own calls still run.
+// The data is every string of one to five bytes over the scanner's structural bytes.
+TEST_F(Expander, QuotedRequestDataComesBackUnchanged)
+{
+    register_operator("field", op_field, 0, REQUEST_DATA);
+    setenv("TESSEL_INERT_REQUEST_DATA", "1", 1);
+    const std::string alphabet = "^;[]`a";
+    for (int total = (int)alphabet.size(), length = 1; length <= 5;
+         length++, total *= (int)alphabet.size())
+        for (int n = 0; n < total; n++) {
+            field_value.clear();
+            for (int k = n, i = 0; i < length; i++, k /= (int)alphabet.size())
+                field_value += alphabet[k % alphabet.size()];
+            for (int carets = 0; carets <= 3; carets++) {
+                std::string page = std::string(2 * carets, '^') + "^field[]";
+                std::string once = own(expand_for_second_pass(str_dup(page.c_str())));
+                std::string twice = own(expand_in_place(str_dup(once.c_str())));
+                ASSERT_EQ(twice, std::string((carets + 1) / 2, '^') + field_value)
+                    << "data " << field_value << " after " << carets << " carets";
+            }
+        }
+    field_value = "a;b";
+    EXPECT_EQ(own(expand_in_place(expand_for_second_pass(str_dup("^^show[^field[]]")))), "(a;b)");
+    unsetenv("TESSEL_INERT_REQUEST_DATA");
+}
+
 // A page error is formatted once: the page gets the bracketed text whole, the error log the
 // same text without its brackets (an argument is never read as a format), and only the
 // logged builder writes to the log.
