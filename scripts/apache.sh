@@ -131,6 +131,8 @@ SetEnv TESSEL_SERVER_ERROR_AS_TEXT 1
 # Each escaping mode is safe where it is meant for; error pages carry a status and no paths.
 SetEnv TESSEL_SAFE_ESCAPING 1
 SetEnv TESSEL_SAFE_ERROR_PAGES 1
+# A multipart boundary is matched as the browser sent it (Chromium sends capitals).
+SetEnv TESSEL_MULTIPART_AS_SENT 1
 
 # A site's private files are never served: macro, configuration and table files (names
 # beginning with "_"), .profile, counters, .htaccess, and the program's own logs, cache and chat.
