@@ -110,6 +110,20 @@ void on_cpu_limit(int)
     _exit(254);
 }
 
+// A page that expanded to nothing ends the run. The log names the page's file; a safe error
+// page shows the request URI instead. A page file that is missing, is no regular file or
+// cannot be read is, for the visitor, no page at all (404): answering 403 would tell that a
+// file of that name exists. One that was read but printed nothing is the site's fault (500).
+[[noreturn]] void page_unprintable()
+{
+    struct stat info;
+    bool readable = stat(req.page_path, &info) == 0 && S_ISREG(info.st_mode) &&
+                    access(req.page_path, R_OK) == 0;
+    str_holder shown(
+        str_join(readable ? "unable to print " : "page not found: ", req.request_uri, nullptr));
+    fatal_error(readable ? 500 : 404, shown.get(), "unable to print %s", req.page_path);
+}
+
 } // namespace
 
 int serve_request()
@@ -155,17 +169,19 @@ void render_page()
     apply_profile();
     req.request_uri = str_dup(getenv("REQUEST_URI"));
     req.page_path = str_dup(req.cgi.path_translated);
+    // A request that names no page (the program's own URL with nothing after it) is the
+    // caller's fault, hence 400; the banner names the build, so a safe page leaves it out.
     if (!str_nonempty(req.request_uri) || !str_nonempty(req.page_path))
-        fatal_error("%s", TESSEL_BANNER);
+        fatal_error(400, "no page requested", "%s", TESSEL_BANNER);
     if (dispatch_is_illegal_call(req.request_uri, req.cgi.script_name))
-        fatal_error("illegal call");
+        fatal_error(403, "illegal call", "illegal call");
 
     register_all_operators();
     macro_init();
     char* page = load_page(req.page_path);
     compact_page(page);
     if (!str_nonempty(page)) // an empty page file, one of comments only, a folder
-        fatal_error("unable to print %s", req.page_path);
+        page_unprintable();
 
     if (req.output_enabled) {
         // The header goes out in pieces (cgi/response.h): a small page needs no printf.
