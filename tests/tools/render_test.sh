@@ -24,6 +24,16 @@ check_equal "posted body, another docroot" "/p.html;;posted value;;$work/site/sh
     "$("$render" ../site/shop/p.html --post "$work/body" --docroot "$work/site/shop")"
 check_equal "headers" "$(printf 'X-Test: 1\nContent-type: text/html\nContent-length: 4\n\nbody')" \
     "$("$render" "$work/site/h.html" --headers)"
+# A body from standard input or a pipe, and fields as a browser's multipart form.
+check_equal "posted body from standard input" "/shop/p.html;;piped;;$work/site;hi" \
+    "$(printf 'b=piped' | "$render" ../site/shop/p.html --post - --docroot "$work/site")"
+check_equal "posted body from a pipe" "/shop/p.html;;sub;;$work/site;hi" \
+    "$("$render" ../site/shop/p.html --post <(printf 'b=sub') --docroot "$work/site")"
+printf 'GIF89a;\r\n--x' >"$work/pic.gif"
+printf '^form[a]|^form[b]|^form[f]|^form[t]' >"$work/site/f.html"
+check_equal "-F fields: text, a file's text, an upload" "1 2|GIF89a;--x|(file)|(file)" \
+    "$("$render" "$work/site/f.html" -F 'a=1 2' -F "b=<$work/pic.gif" -F "f=@$work/pic.gif;type=image/gif" \
+        -F "t=@$work/pic.gif" | tr -d '\r\n')"
 "$render" "$work/site/missing.html" 2>/dev/null
 check_equal "missing page: exit status" 2 "$?"
 out=$("$render" "$work/site/h.html" --docroot "$work/site/shop" 2>&1)
