@@ -68,6 +68,10 @@ void fatal_error(int status, const char* shown, const char* format, ...)
     va_end(args);
     log_line(LOG_ERROR, "%s", message);
     bool safe = setting_on("TESSEL_SAFE_ERROR_PAGES");
+    // An operator that wrote a whole response of its own (a download, a picture) switched the
+    // page's output off: an error page would only be appended to that response's body.
+    if (safe && !req.output_enabled)
+        exit(253);
     if (safe) {
         str_holder line(str_join(fmt_int(status).text, " ", fatal_reason(status), nullptr));
         response_header("Status", line.get());

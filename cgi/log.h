@@ -8,7 +8,9 @@
 // Content-type header and exits with status 253. The page shows the message as it is, with
 // no status line, unless the setting TESSEL_SAFE_ERROR_PAGES is "1": the message may name
 // files or the build, so then the page shows shown instead, escaped for HTML, after a
-// "Status: STATUS REASON" line; the log gets the message either way. shown must not be null.
+// "Status: STATUS REASON" line, and nothing at all is printed once an operator has sent a
+// response of its own (output switched off). The log gets the message either way. shown
+// must not be null.
 [[noreturn]] void fatal_error(int status, const char* shown, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 

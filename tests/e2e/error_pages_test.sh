@@ -14,6 +14,8 @@ printf 'hello\n' >"$SITE/hello.html"
 printf '# only a comment\n' >"$SITE/empty.html"
 printf 'secret\n' >"$SITE/locked.html"
 chmod 000 "$SITE/locked.html"
+printf '%%PDF' >"$SITE/report.pdf"
+printf '^download[report.pdf]' >"$SITE/download.html" # expands to nothing
 e2e_start
 
 # The status and the whole body of the last response; neither it nor its headers name the
@@ -50,5 +52,13 @@ e2e_get /cgi-bin/tessel
 check_error_page "own URL without a page" 400 'no page requested'
 check_contains "own URL without a page: the log has the banner" \
     'tessel 1.0 (168mysql-omr2 build)' <(logged_lines)
+
+# A download is the whole response: a page that then expands to nothing adds no error page to
+# the file.
+e2e_get /download.html
+check_equal "download: status" 200 "$STATUS"
+check_body "download: the file alone" '%PDF'
+check_contains "download: the empty page is logged" "unable to print $SITE/download.html" \
+    <(logged_lines)
 
 e2e_finish
