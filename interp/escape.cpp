@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "core/number.h"
+#include "core/setting.h"
 #include "core/str.h"
 #include "interp/request.h"
 
@@ -15,7 +16,8 @@ constexpr const char* MODE_NAMES[] = {"none", "config", "html", "sql", "javascri
 // The byte that parks a tab in "sql" mode until the tab fix restores it.
 constexpr char PARKED_TAB = 7;
 
-// Appends the replacement of c under an escaping mode ("html", "sql" or "javascript").
+// Appends the replacement of c under an escaping mode ("html", "sql" or "javascript") as the
+// engine has always made it.
 void escape_byte(str_builder& out, char c, int mode)
 {
     unsigned char u = (unsigned char)c;
@@ -56,12 +58,67 @@ void escape_byte(str_builder& out, char c, int mode)
     out.append(c);
 }
 
+// "html" under TESSEL_SAFE_ESCAPING: the apostrophe and the ampersand become references too, so
+// the text is safe between tags and in an attribute value in either kind of quotes.
+void escape_html_safe(str_builder& out, char c)
+{
+    if (c == '\'')
+        out.append("&#39;");
+    else if (c == '&')
+        out.append("&amp;");
+    else
+        escape_byte(out, c, ESCAPE_MODE_HTML);
+}
+
+// Whether the page may be in UTF-8, where the bytes E2 80 A8 and E2 80 A9 are the line and
+// paragraph separators that end a string literal in older scripts. When CHARSET or
+// SOURCE_CHARSET names one of the single-byte code pages, those bytes are three letters.
+bool escape_page_may_be_utf8()
+{
+    return req.output_charset == 0 && req.source_charset == 0;
+}
+
+// "javascript" under TESSEL_SAFE_ESCAPING, for a string literal in a script block or in an
+// event-handler attribute: nothing in the text may end the literal (either quote, backslash,
+// line breaks), the script block ("</script>") or the attribute, whose value the browser
+// decodes before the script sees it (so "&" and both quotes are written as \xHH, never as a
+// character). Returns the number of bytes of p consumed.
+int escape_javascript_safe(str_builder& out, const char* p, bool utf8)
+{
+    static constexpr char HEX[] = "0123456789abcdef";
+    unsigned char u = (unsigned char)*p;
+    if (utf8 && u == 0xE2 && (unsigned char)p[1] == 0x80 &&
+        ((unsigned char)p[2] == 0xA8 || (unsigned char)p[2] == 0xA9)) {
+        out.append((unsigned char)p[2] == 0xA8 ? "\\u2028" : "\\u2029");
+        return 3;
+    }
+    if (u == '\n' || u == '\r' || u == '\\') {
+        out.append(u == '\n' ? "\\n" : u == '\r' ? "\\r" : "\\\\");
+    } else if (strchr("\"'<>&", u)) {
+        const char hex[4] = {'\\', 'x', HEX[u >> 4], HEX[u & 15]};
+        out.append(hex, sizeof hex);
+    } else {
+        out.append(*p); // 209 and 255 too: the script drops a backslash before them anyway
+    }
+    return 1;
+}
+
 // The copying modes build a new string; the result is never null for a non-null text.
-char* escape_copying(const char* text, int mode)
+char* escape_copying(const char* text, int mode, bool safe)
 {
     str_builder out;
-    for (const char* p = text; *p; p++)
-        escape_byte(out, *p, mode);
+    bool utf8 = escape_page_may_be_utf8();
+    for (const char* p = text; *p;) {
+        if (safe && mode == ESCAPE_MODE_JAVASCRIPT) {
+            p += escape_javascript_safe(out, p, utf8);
+        } else {
+            if (safe && mode == ESCAPE_MODE_HTML)
+                escape_html_safe(out, *p);
+            else
+                escape_byte(out, *p, mode);
+            p++;
+        }
+    }
     return out.take(false);
 }
 
@@ -99,7 +156,7 @@ char* escape_apply(char* text, bool tab_fix)
         str_replace_char(text, '\t', ' ');
         str_replace_char(text, '\n', ' ');
     } else if (mode != ESCAPE_MODE_NONE) {
-        result = escape_copying(text, mode);
+        result = escape_copying(text, mode, setting_on("TESSEL_SAFE_ESCAPING"));
     }
     if (tab_fix) {
         if (result == text)
@@ -115,6 +172,11 @@ char* escape_take(char* text)
     if (escaped != text)
         str_free(text);
     return escaped;
+}
+
+char* escape_take_when_safe(char* text)
+{
+    return setting_on("TESSEL_SAFE_ESCAPING") ? escape_take(text) : text;
 }
 
 char* url_encode(const char* text, url_style style)

@@ -2,6 +2,18 @@
 //
 // A null string reads as empty text. The current mode lives in req.escape_mode and starts at
 // 3 ("html"). Operators that insert data into a page pass it through escape_take.
+//
+// With the setting TESSEL_SAFE_ESCAPING on (read at each escape_apply, since .profile may set
+// it), "html" and "javascript" are safe wherever they are meant to be used:
+// - "html", for text between tags and an attribute value in double or single quotes, also
+//   writes the apostrophe as "&#39;" and "&" as "&amp;" (a TAB still becomes a blank). An
+//   unquoted attribute value is no place for it: a blank in the data ends the value.
+// - "javascript", for a string literal in a script block or an event-handler attribute,
+//   writes '"', "'", "<", ">" and "&" as \x22, \x27, \x3c, \x3e, \x26, and the backslash, line
+//   feed and carriage return as \\, \n, \r; when the page may be UTF-8 (neither CHARSET nor
+//   SOURCE_CHARSET names a single-byte code page) the line and paragraph separators U+2028
+//   and U+2029 become \u2028 and \u2029. The bytes 209 and 255 get no backslash.
+// "none", "config" and "sql" do not change with the setting.
 #ifndef TESSEL_INTERP_ESCAPE_H
 #define TESSEL_INTERP_ESCAPE_H
 
@@ -42,7 +54,8 @@ private:
 // place and returns it; "html", "sql" and "javascript" return a new string. With tab_fix the
 // result then has every byte 7 turned back into a tab (so "sql" keeps its tabs); this pass
 // yields a new string when the mode returned text itself. Null when text is null or the mode
-// is outside 1..5. Callers free the result when it differs from text.
+// is outside 1..5. TESSEL_SAFE_ESCAPING changes "html" and "javascript" as said above.
+// Callers free the result when it differs from text.
 // Ownership: borrows text (may change it in place), result is text or new.
 char* escape_apply(char* text, bool tab_fix);
 
@@ -50,6 +63,11 @@ char* escape_apply(char* text, bool tab_fix);
 // with data it inserts into the page. Null for null text or a mode outside 1..5.
 // Ownership: takes text, new result.
 char* escape_take(char* text);
+
+// Request data that the engine has always inserted as it came (the URI, the query string, an
+// uploaded file's client name): escape_take of text when TESSEL_SAFE_ESCAPING is on, else text
+// itself. Ownership: takes text, result is text or new.
+char* escape_take_when_safe(char* text);
 
 // ---- URL encoding and decoding ----------------------------------------------------------
 

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "cgi/request.h"
+#include "core/charset.h"
 #include "core/str.h"
 #include "interp/escape.h"
 #include "test_support.h"
@@ -79,6 +80,25 @@ TEST(Escape, ModeSelection)
     }
     EXPECT_EQ(req.escape_mode, ESCAPE_MODE_JAVASCRIPT);
     escape_mode_restore(start);
+}
+
+// The holes the setting closes show on tests/pages/escape/safe_html_and_javascript.page; here
+// what depends on the code page, and that the setting is read at each use (.profile may set it
+// after start-up).
+TEST(Escape, SafeJavascriptLineSeparatorsOnlyWhereThePageMayBeUtf8)
+{
+    const char* separators = "\xe2\x80\xa8|\xe2\x80\xa9|\xe2\x80\xaa|\xd1\xff";
+    EXPECT_EQ(escaped(ESCAPE_MODE_JAVASCRIPT, separators),
+              "\xe2\x80\xa8|\xe2\x80\xa9|\xe2\x80\xaa|\\\xd1\\\xff");
+    setenv("TESSEL_SAFE_ESCAPING", "1", 1);
+    EXPECT_EQ(escaped(ESCAPE_MODE_JAVASCRIPT, separators), "\\u2028|\\u2029|\xe2\x80\xaa|\xd1\xff");
+    req.output_charset = CHARSET_WIN; // there the bytes are three letters
+    EXPECT_EQ(escaped(ESCAPE_MODE_JAVASCRIPT, separators), separators);
+    req.output_charset = 0;
+    req.source_charset = CHARSET_KOI;
+    EXPECT_EQ(escaped(ESCAPE_MODE_JAVASCRIPT, separators), separators);
+    req.source_charset = 0;
+    unsetenv("TESSEL_SAFE_ESCAPING");
 }
 
 TEST(Escape, UrlDecode)
