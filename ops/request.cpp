@@ -87,10 +87,10 @@ char* op_number(int count, char** params)
     return str_dup("0");
 }
 
-// query[]: the query string as received.
+// query[]: the query string as received; escaped under TESSEL_SAFE_ESCAPING.
 char* op_query(int, char**)
 {
-    return str_dup(req.cgi.query_string);
+    return escape_take_when_safe(str_dup(req.cgi.query_string));
 }
 
 // mangle[text]: the text in the output code page, URL-encoded.
@@ -127,10 +127,10 @@ char* op_env(int count, char** params)
     return escape_take(str_dup(getenv(name)));
 }
 
-// uri[]: the request URI.
+// uri[]: the request URI; escaped under TESSEL_SAFE_ESCAPING.
 char* op_uri(int, char**)
 {
-    return str_dup(req.request_uri);
+    return escape_take_when_safe(str_dup(req.request_uri));
 }
 
 // combine[name;separator]: every value of a field joined by the separator ("|"), escaped.

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "cgi/charset.h"
 #include "cgi/form.h"
 #include "core/charset.h"
 #include "core/file.h"
@@ -14,6 +15,7 @@
 #include "core/log.h"
 #include "core/number.h"
 #include "core/str.h"
+#include "interp/escape.h"
 #include "interp/registry.h"
 #include "interp/request.h"
 #include "ops/mail.h"
@@ -22,7 +24,6 @@
 
 namespace {
 
-constexpr int DATABASE_CHARSET = CHARSET_KOI; // "sql" recodes for the database's code page
 constexpr const char* NO_FILE = "(no file)";
 
 // Logs the failure and returns its bracketed text. Ownership: borrows all, new result.
@@ -31,13 +32,14 @@ char* upload_error(const char* field, const char* target, const char* reason)
     return page_error_logged("[upload field '%s' to '%s' failed: %s]", field, target, reason);
 }
 
-// The client file name with blanks made "_". The form reader already kept only its last path
-// component, so it names no folder. Ownership: new result.
+// The client file name with blanks made "_", escaped under TESSEL_SAFE_ESCAPING. The form
+// reader already kept only its last path component, so it names no folder. Ownership: new
+// result.
 char* upload_client_name(const form_entry* field)
 {
     char* name = str_dup(field->file_name);
     str_replace_char(name, ' ', '_');
-    return name;
+    return escape_take_when_safe(name);
 }
 
 // Creates every directory on the way to path (0775); failures are left to the write.
@@ -82,7 +84,7 @@ char* upload_file_field(const char* field_name, const form_entry* field, int cou
 char* upload_recode(char* result, const char* last)
 {
     int to = strcmp(last, "text") == 0  ? req.source_charset
-             : strcmp(last, "sql") == 0 ? DATABASE_CHARSET
+             : strcmp(last, "sql") == 0 ? database_charset_get().code_page
                                         : -1;
     if (to >= 0 && result) {
         charset_convert(result, req.output_charset, to);

@@ -89,7 +89,7 @@ check_contains "the example page shows it escaped too" \
 check_contains "the example page lists who is here" 'ann, boss (admin)<'
 e2e_get /chat.html -c "$JARS/f" --data-urlencode 'nick=<b>'
 check_contains "the example page shows a refusal" \
-    "<p class=\"box warn\">[login: a nick holds only letters, digits, '_', '-' and '.']</p>"
+    "<p class=\"box warn\">[login: a nick holds only letters, digits, &#39;_&#39;, &#39;-&#39; and &#39;.&#39;]</p>"
 
 # The chat's files live in the program's folder, never below the document root.
 e2e_get /cgi-bin/chat/admin/password

@@ -39,7 +39,7 @@ check_body "request data: not run in a variable's name or in process" $'[] [^sum
 e2e_get /echo.html --data-urlencode 'a=<b>&"x"' --data-urlencode 'a=second' \
     --data-urlencode $'t=l1\r\nl2' --data-urlencode 'n=-12.5'
 check_body "urlencoded post: decoded, line breaks normalised" \
-    $'[&lt;b&gt;&&quot;x&quot;] [&lt;b&gt;&&quot;x&quot;|second] [l1\nl2] [] [] [-12.5] [POST]\n'
+    $'[&lt;b&gt;&amp;&quot;x&quot;] [&lt;b&gt;&amp;&quot;x&quot;|second] [l1\nl2] [] [] [-12.5] [POST]\n'
 
 e2e_get '/echo.html?a=from-query' -F a=one -F a=two -F "t=<$WORK/crlf.txt" \
     -F "f=@$WORK/binary.gif;type=image/gif" -F after=ok -F n=7
@@ -60,7 +60,7 @@ check_contains "cookie with expiry" 'set-cookie: who=Ann+Lee%2F1+%3C%26%3E; path
 check_contains "session cookie" 'set-cookie: session=x; path=/' "$HEADERS"
 e2e_get /read_cookie.html -b "$WORK/jar"
 check_body "cookies: sent back by the jar, decoded and escaped" \
-    $'[Ann Lee/1 &lt;&&gt;] [x] []\n'
+    $'[Ann Lee/1 &lt;&amp;&gt;] [x] []\n'
 
 e2e_get /header.html
 check_header x-tessel-test 'a b'
