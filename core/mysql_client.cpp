@@ -86,7 +86,8 @@ bool look_up_all(shared_library& lib)
                  lib.look_up(client.fetch_field, "mysql_fetch_field") &&
                  lib.look_up(client.fetch_row, "mysql_fetch_row") &&
                  lib.look_up(client.free_result, "mysql_free_result") &&
-                 lib.look_up(client.get_info, "mariadb_get_infov");
+                 lib.look_up(client.get_info, "mariadb_get_infov") &&
+                 lib.look_up(client.set_character_set, "mysql_set_character_set");
     if (found) {
         // Neither call is one the client must have: their absence is no failure.
         start_tls_lean(lib);

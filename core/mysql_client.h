@@ -45,6 +45,7 @@ struct mysql_client {
     char** (*fetch_row)(mysql_result* result);
     void (*free_result)(mysql_result* result);
     char (*get_info)(mysql_conn* conn, int what, void* value, ...); // non-zero on failure
+    int (*set_character_set)(mysql_conn* conn, const char* name);   // non-zero on failure
 };
 
 // The client calls, loaded on the first call of the process. Null when the library or one

@@ -20,8 +20,8 @@
 
 namespace {
 
-// The database always talks KOI8-R; pages are recoded from and to SOURCE_CHARSET.
-constexpr int DATABASE_CHARSET = CHARSET_KOI;
+// Pages are recoded from and to SOURCE_CHARSET for the database's code page: KOI8-R unless
+// the setting TESSEL_DB_CHARSET names another character set (cgi/charset.h).
 constexpr unsigned DEFAULT_PORT = 3306;
 
 // One request is one process, so the connection is process-wide. A nested `server` replaces
@@ -107,10 +107,12 @@ char* sql_connect(const sql_target& target)
     client = mysql_client_load(&load_error);
     if (client) {
         connection = client->init(nullptr);
+        const char* charset = database_charset_get().name;
         if (connection &&
             client->real_connect(connection, target.host, target.user, target.password,
                                  target.database, target.port ? target.port : DEFAULT_PORT, nullptr,
-                                 0))
+                                 0) &&
+            (!charset || client->set_character_set(connection, charset) == 0))
             return nullptr;
     }
     return page_error_logged("[sql connect error: %s]", client ? sql_client_error() : load_error);
@@ -129,7 +131,7 @@ struct sql_connection_scope {
 void sql_append_recoded(str_builder& out, const char* value)
 {
     str_holder copy(str_dup(value));
-    charset_convert(copy.get(), DATABASE_CHARSET, req.source_charset);
+    charset_convert(copy.get(), database_charset_get().code_page, req.source_charset);
     str_replace_char(copy.get(), '\t', ' ');
     out.append(copy.get());
 }
@@ -196,7 +198,7 @@ sql_result sql_run_query(char* query)
 {
     if (!connection)
         return sql_query_error("query");
-    charset_convert(query, req.source_charset, DATABASE_CHARSET);
+    charset_convert(query, req.source_charset, database_charset_get().code_page);
     if (!sql_keep_backslash_escapes(query) || client->query(connection, query) != 0)
         return sql_query_error("query");
     mysql_result* result = client->store_result(connection);
