@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstring>
 
+#include "core/setting.h"
 #include "interp/escape.h"
 
 namespace {
@@ -84,6 +85,13 @@ bool env_from_request(std::string_view name)
     return false;
 }
 
+// The setting under which html escaping also writes "'" and "&", and the URI, the query
+// string and an upload's client name are escaped like a form field.
+bool safe_escaping()
+{
+    return setting_on("TESSEL_SAFE_ESCAPING");
+}
+
 bool is_space(char c)
 {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f';
@@ -110,10 +118,11 @@ flow_value flow_source(const std::string& op, const std::string& call, std::stri
                        std::string_view second, int count)
 {
     flow_value value;
+    bool escaped_when_safe = op == "query" || op == "uri" || (op == "upload" && second == "name");
     bool escaped = op == "form" || op == "combine" || (op == "cookie" && count == 1) ||
-                   (op == "env" && env_from_request(first));
-    bool raw = op == "query" || op == "uri" || op == "user" ||
-               (op == "upload" && (second == "name" || second == "value"));
+                   (op == "env" && env_from_request(first)) ||
+                   (escaped_when_safe && safe_escaping());
+    bool raw = escaped_when_safe || op == "user" || (op == "upload" && second == "value");
     if (escaped || raw) {
         value.source = call;
         value.escaped = escaped;
@@ -246,7 +255,10 @@ const char* flow_text::risk(bool escaped, int mode) const
     if (mode != ESCAPE_MODE_NONE && mode != ESCAPE_MODE_HTML)
         return nullptr;
     if (state_ == VALUE_SINGLE)
-        return "sits in a single-quoted HTML attribute, where html escaping leaves ' as it is";
+        return mode == ESCAPE_MODE_HTML && safe_escaping()
+                   ? nullptr
+                   : "sits in a single-quoted HTML attribute, where html escaping leaves ' as it "
+                     "is";
     if (state_ == BEFORE_VALUE || state_ == VALUE_BARE)
         return "sits in an unquoted HTML attribute, where html escaping does not hold it";
     if (state_ != TEXT && state_ != VALUE_DOUBLE && state_ != COMMENT)

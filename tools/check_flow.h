@@ -34,6 +34,8 @@ struct flow_value {
 // The request data a call of op brings in, or an empty value. call is the call as written;
 // first and second its first two parameters as written (empty when absent), count the number
 // of its parameters. Only `number` of the field readers gives nothing dangerous (digits or 0).
+// With TESSEL_SAFE_ESCAPING=1 in the checker's environment, as the engine reads it, the URI,
+// the query string and an upload's client name count as escaped.
 flow_value flow_source(const std::string& op, const std::string& call, std::string_view first,
                        std::string_view second, int count);
 
@@ -69,7 +71,8 @@ public:
 
     // What is wrong with request data inserted here under the escaping mode (0 when the mode
     // is unknown), as the end of a warning; null when nothing is. escaped says whether the
-    // data went through that mode at all.
+    // data went through that mode at all. With TESSEL_SAFE_ESCAPING=1, html escaping holds
+    // single-quoted attributes too.
     const char* risk(bool escaped, int mode) const;
 
 private:
