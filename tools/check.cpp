@@ -485,12 +485,17 @@ private:
     }
 
     // What request data passed to parameter n of macro meets, through the macros it is passed
-    // on to as well: the warning's end for escaped and for raw data (empty: nothing).
-    const std::pair<std::string, std::string>& resolve_use(const std::string& macro, int n)
+    // on to as well: the warning's end for escaped and for raw data (empty: nothing). Macros
+    // that pass it on further than the engine nests calls never run there.
+    const std::pair<std::string, std::string>& resolve_use(const std::string& macro, int n,
+                                                           int depth = 0)
     {
+        static const std::pair<std::string, std::string> NOTHING;
         auto key = std::make_pair(macro, n);
         if (auto known = resolved_.find(key); known != resolved_.end())
             return known->second;
+        if (depth == MAX_DEPTH)
+            return NOTHING;
         resolved_[key]; // while it is worked out, a cycle back to it adds nothing
         std::pair<std::string, std::string> tails;
         auto summary = summaries_.find(macro);
@@ -498,7 +503,7 @@ private:
             if (auto use = summary->second.find(n); use != summary->second.end()) {
                 tails = {use->second.escaped, use->second.raw};
                 for (const auto& [next, index] : use->second.forwards) {
-                    const auto& [escaped, raw] = resolve_use(next, index);
+                    const auto& [escaped, raw] = resolve_use(next, index, depth + 1);
                     if (tails.first.empty())
                         tails.first = escaped;
                     if (tails.second.empty())
