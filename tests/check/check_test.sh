@@ -36,13 +36,22 @@ check_equal "safe escaping: fewer warnings" \
 # Past 999 nested calls the engine shows an error; reading on cost the depth again at every
 # level and overflowed the stack.
 deep=$(mktemp)
-trap 'rm -f "$deep"' EXIT
+trap 'rm -rf "$deep" "${chain:-}"' EXIT
 { yes '^left[' | head -n 10000; yes 'x;1]' | head -n 10000; } | tr -d '\n' >"$deep"
 out=$("$check" "$deep" 2>&1)
 check_equal "deep nesting: exit status" 1 "$?"
 check_equal "deep nesting: reported once" \
     "$deep:1:5995: calls nested deeper than 999: the page shows [infinite operator recursion detected]" \
     "$out"
+
+# A chain of macros passing a parameter on is followed no further than calls can nest (all
+# 60,000 overflowed the stack).
+chain=$(mktemp -d)
+seq 0 59999 | awk '{ printf "@m%d[x]\n^macro[m%d;$x]\n\n", $1, $1 + 1 }' >"$chain/_macro.cfg"
+echo '^macro[m0;^form[x]]' >"$chain/page.html"
+out=$("$check" "$chain/page.html" 2>&1)
+check_equal "long macro chain: exit status" 0 "$?"
+check_equal "long macro chain: nothing found" "" "$out"
 
 cd "$root"
 out=$("$check" examples/site/*.html examples/site/_macro.cfg 2>&1)
