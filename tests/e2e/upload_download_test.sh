@@ -69,13 +69,13 @@ e2e_get /save_fails.html -F "f=@$WORK/all.bin" -F t=text
 check_body "upload failures: texts in the page, page goes on" \
     "[[upload field 'f' to '$SITE/locked/x.bin' failed: Permission denied(#13)]] [[upload field 't' to '(no file)' failed: field is not of file type/wrong method/enctype]] [[upload field 'none' to '(no file)' failed: no such field]] after"$'\n'
 check_logged "upload failure logged" \
-    "save_fails.html: upload field 'f' to '$SITE/locked/x.bin' failed: Permission denied(#13)"
+    "save_fails.html: line 1: upload field 'f' to '$SITE/locked/x.bin' failed: Permission denied(#13)"
 
 e2e_get /get_fails.html
 check_equal "download failures: status" 200 "$STATUS"
 check_header content-type text/html
 check_body "download failures: texts in the page, page goes on" \
     $'[[download error: No such file or directory(#2)]] [[download error: Permission denied(#13)]] after\n'
-check_logged "download failure logged" "get_fails.html: download error: Permission denied(#13)"
+check_logged "download failure logged" "get_fails.html: line 1: download error: Permission denied(#13)"
 
 e2e_finish
