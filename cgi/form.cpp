@@ -12,6 +12,7 @@
 #include "cgi/request.h"
 #include "core/log.h"
 #include "core/number.h"
+#include "core/setting.h"
 #include "core/str.h"
 
 namespace {
@@ -80,11 +81,11 @@ constexpr struct lower_table {
     constexpr unsigned char operator[](unsigned char c) const { return map[c]; }
 } LOWER;
 
-// The next offset in hay[from, len) whose byte lowers to c (a byte that is no capital); len
-// when there is none. memchr does the work when c has no capital counterpart.
-int skip_to(const char* hay, int len, int from, unsigned char c)
+// The next offset in hay[from, len) whose byte, lowered when fold is set, is c; len when there
+// is none. memchr does the work when a byte can only match itself.
+int skip_to(const char* hay, int len, int from, unsigned char c, bool fold)
 {
-    if (c < 'a' || c > 'z') {
+    if (!fold || c < 'a' || c > 'z') {
         const void* at = memchr(hay + from, c, static_cast<size_t>(len - from));
         return at ? static_cast<int>(static_cast<const char*>(at) - hay) : len;
     }
@@ -93,15 +94,16 @@ int skip_to(const char* hay, int len, int from, unsigned char c)
     return from;
 }
 
-// Offset of needle in hay[from, len), comparing the hay lower-cased against the needle as
-// given (so a needle with capitals is never found); -1 when absent. One pass over the hay
-// (Knuth-Morris-Pratt), whatever the needle: a request's boundary is chosen by the client.
-int find_lowered(const char* hay, int len, int from, const char* needle)
+// Offset of needle in hay[from, len), -1 when absent. With fold the hay is lower-cased and
+// compared against the needle as given, so a needle with capitals is never found; without,
+// bytes are compared as they are. One pass over the hay (Knuth-Morris-Pratt), whatever the
+// needle: a request's boundary is chosen by the client.
+int find_bytes(const char* hay, int len, int from, const char* needle, bool fold)
 {
     int n = static_cast<int>(strlen(needle));
     if (n == 0 || from < 0)
         return -1;
-    for (int k = 0; k < n; k++)
+    for (int k = 0; fold && k < n; k++)
         if (needle[k] >= 'A' && needle[k] <= 'Z')
             return -1;
     std::vector<int> border(static_cast<size_t>(n), 0); // longest proper border of needle[0, k]
@@ -114,9 +116,11 @@ int find_lowered(const char* hay, int len, int from, const char* needle)
     }
     const unsigned char* pattern = reinterpret_cast<const unsigned char*>(needle);
     for (int i = from, k = 0; i < len; i++) {
-        if (k == 0 && (i = skip_to(hay, len, i, pattern[0])) == len)
+        if (k == 0 && (i = skip_to(hay, len, i, pattern[0], fold)) == len)
             return -1;
-        unsigned char c = LOWER[static_cast<unsigned char>(hay[i])];
+        unsigned char c = static_cast<unsigned char>(hay[i]);
+        if (fold)
+            c = LOWER[c];
         while (k > 0 && c != pattern[k])
             k = border[k - 1];
         if (c == pattern[k])
@@ -125,6 +129,12 @@ int find_lowered(const char* hay, int len, int from, const char* needle)
             return i - n + 1;
     }
     return -1;
+}
+
+// A key of a part's header or of the content type (lower case), searched case-insensitively.
+int find_lowered(const char* hay, int len, int from, const char* key)
+{
+    return find_bytes(hay, len, from, key, true);
 }
 
 // The value after key (lower case, searched case-insensitively) in text[0, len): a quoted value
@@ -211,6 +221,15 @@ int multipart_data_end(const char* body, int data, int next)
     return end;
 }
 
+// Logs why a body that holds its boundary as sent gave no field: the boundary has capitals,
+// which the lower-cased body never matches.
+void multipart_explain_unsplit(const char* body, int len, const char* boundary)
+{
+    if (find_bytes(body, len, 0, boundary, false) >= 0)
+        log_line(LOG_ERROR, "multipart boundary has capital letters: no field was read; set "
+                            "TESSEL_MULTIPART_AS_SENT=1");
+}
+
 // ---- line breaks ------------------------------------------------------------------------
 
 // Copies src into dst (room for size - 1 bytes and a NUL), turning each run of CR and LF into
@@ -288,10 +307,15 @@ int form_decode_multipart(const char* body, int len, const char* content_type)
         return 2;
     str_holder hold(boundary);
     int blen = static_cast<int>(strlen(boundary));
-    int first = find_lowered(body, len, 0, boundary);
+    // By default the body is lower-cased before the boundary is looked for, so a boundary with
+    // capitals (as Chromium sends) splits nothing; the setting matches it byte for byte.
+    bool fold = !setting_on("TESSEL_MULTIPART_AS_SENT");
+    int first = find_bytes(body, len, 0, boundary, fold);
+    if (first < 0 && fold)
+        multipart_explain_unsplit(body, len, boundary);
     while (first >= 0) {
         int head = first + blen;
-        int next = find_lowered(body, len, head, boundary);
+        int next = find_bytes(body, len, head, boundary, fold);
         if (next < 0)
             return 0;
         int data = find_empty_line(body, head, next);

@@ -41,7 +41,9 @@ int read_post_body(bool multipart);
 void form_decode_urlencoded(const char* text, int len);
 
 // Decodes a multipart body of len bytes split by the boundary named in content_type and
-// appends its entries; 2 when content_type names no boundary, else 0.
+// appends its entries; 2 when content_type names no boundary, else 0. The boundary is looked
+// for in the lower-cased body, so one with capital letters yields no fields (logged when the
+// body holds it as sent); with TESSEL_MULTIPART_AS_SENT=1 it is matched byte for byte.
 // Ownership: borrows both.
 int form_decode_multipart(const char* body, int len, const char* content_type);
 
