@@ -13,7 +13,7 @@ namespace {
 constexpr int LAST = -1; // the call's last parameter, however many it has
 constexpr int END = -1;  // up to the call's last parameter
 
-// Parameters where request data becomes a path or code.
+// Parameters where request data becomes a path, code, a name or a connection string.
 struct place_row {
     const char* op;
     int index; // or LAST
