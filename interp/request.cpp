@@ -39,6 +39,11 @@ char* resolve_private_path(const char* name)
     return str_join(path.get(), "/_", slash + 1, nullptr);
 }
 
+const char* request_path_shown(const char* path, const char* written)
+{
+    return str_or_empty(setting_on("TESSEL_SAFE_ERROR_PAGES") ? written : path);
+}
+
 bool request_search_reaches(const char* dir)
 {
     const char* root = req.cgi.document_root;

@@ -108,6 +108,12 @@ char* resolve_path(const char* name);
 // new result.
 char* resolve_private_path(const char* name);
 
+// The name an error text that a page shows gives a file: with the setting
+// TESSEL_SAFE_ERROR_PAGES the name as the page wrote it, which tells a visitor nothing of the
+// server's folders (the error log names the page and its line); otherwise path, the file the
+// name resolved to. Ownership: view of one of the two (null reads as "").
+const char* request_path_shown(const char* path, const char* written);
+
 // Whether a search for definition files (_tessel.cfg) or rule files (.htaccess) that walks the
 // folders on the way to a page may read the folder dir (a path without a trailing "/"). Every
 // folder may, unless the setting TESSEL_STOP_AT_DOCUMENT_ROOT is "1" and DOCUMENT_ROOT is set:

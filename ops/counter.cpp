@@ -37,6 +37,8 @@ bool counter_bump(FILE* file, int& count)
 char* op_counter(int, char** params)
 {
     str_holder path(str_join(str_holder(resolve_path(params[0])).get(), ".count", nullptr));
+    str_holder as_written(str_join(str_or_empty(params[0]), ".count", nullptr));
+    const char* shown = request_path_shown(path.get(), as_written.get());
     // A missing file is created empty. Opened to append, never to truncate: another request
     // may create it and count into it between the test and the open, and truncating would
     // throw its count away.
@@ -45,18 +47,17 @@ char* op_counter(int, char** params)
             fclose(created);
     }
     if (access(path.get(), R_OK | W_OK) != 0)
-        return page_error("[counter: count file \"%s\" not writable or non-existant.]", path.get());
+        return page_error("[counter: count file \"%s\" not writable or non-existant.]", shown);
     FILE* file = fopen(path.get(), "r+");
     if (!file)
-        return page_error("[counter: count file \"%s\" not readable or non-existant.]", path.get());
+        return page_error("[counter: count file \"%s\" not readable or non-existant.]", shown);
     int count = 0;
     bool written = counter_bump(file, count);
     fclose(file);
     if (written)
         return str_dup(fmt_int(count).text);
     str_holder reason(system_error_text());
-    return page_error_logged("[counter: count file \"%s\" not written: %s]", path.get(),
-                             reason.get());
+    return page_error_logged("[counter: count file \"%s\" not written: %s]", shown, reason.get());
 }
 
 } // namespace

@@ -196,7 +196,8 @@ char* op_save(int count, char** params)
     str_holder error(write_file(file.get(), text.get(), false));
     if (!error.get())
         return nullptr;
-    return page_error_logged("[save to '%s' failed: %s]", file.get(), error.get());
+    return page_error_logged("[save to '%s' failed: %s]", request_path_shown(file.get(), params[0]),
+                             error.get());
 }
 
 char* op_flip(int, char** params)
