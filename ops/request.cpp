@@ -73,7 +73,7 @@ char* op_form(int count, char** params)
     const char* name = param_text(count, params, 0);
     field_fetch field = request_fetch_field(name);
     if (field.too_long)
-        return str_join("[form element ", str_or_empty(name), " exceeds maxlength]", nullptr);
+        return page_error("[form element %s exceeds maxlength]", str_or_empty(name));
     return escape_take(field.value);
 }
 

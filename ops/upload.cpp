@@ -60,7 +60,9 @@ char* upload_save(const char* field_name, const form_entry* field, const char* t
     str_replace_char(path.get(), ' ', '_');
     upload_make_directories(path.get());
     str_holder reason(write_file_raw(path.get(), field->value, field->length));
-    return reason.get() ? upload_error(field_name, path.get(), reason.get()) : nullptr;
+    if (!reason.get())
+        return nullptr;
+    return upload_error(field_name, request_path_shown(path.get(), target), reason.get());
 }
 
 // What `upload` gives for a file field: its name, size, data, attachment block, or the save.

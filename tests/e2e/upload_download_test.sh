@@ -67,9 +67,9 @@ check_header content-disposition 'filename="report 1.pdf"'
 # Failures: an unwritable target, a field that is not a file, a field that is absent.
 e2e_get /save_fails.html -F "f=@$WORK/all.bin" -F t=text
 check_body "upload failures: texts in the page, page goes on" \
-    "[[upload field 'f' to '$SITE/locked/x.bin' failed: Permission denied(#13)]] [[upload field 't' to '(no file)' failed: field is not of file type/wrong method/enctype]] [[upload field 'none' to '(no file)' failed: no such field]] after"$'\n'
+    "[[upload field 'f' to 'locked/x.bin' failed: Permission denied(#13)]] [[upload field 't' to '(no file)' failed: field is not of file type/wrong method/enctype]] [[upload field 'none' to '(no file)' failed: no such field]] after"$'\n'
 check_logged "upload failure logged" \
-    "save_fails.html: line 1: upload field 'f' to '$SITE/locked/x.bin' failed: Permission denied(#13)"
+    "save_fails.html: line 1: upload field 'f' to 'locked/x.bin' failed: Permission denied(#13)"
 
 e2e_get /get_fails.html
 check_equal "download failures: status" 200 "$STATUS"
