@@ -3,6 +3,7 @@
 // request data reaches a place where it becomes code or a path. It reads texts with the
 // engine's own call scanner and looks operators up in the engine's own registry.
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
@@ -35,7 +36,9 @@ constexpr const char* HELP =
     "FILE:LINE:COLUMN: MESSAGE, calls of unknown operators, parameter counts an operator does\n"
     "not accept, calls whose brackets never close, stray \"]\", calls with more than 19\n"
     "parameters, calls nested deeper than 999, macros called but defined in none of the\n"
-    "files the page reads, and ^macro_use of a file that does not exist. It warns\n"
+    "files the page reads, ^macro_use of a file that does not exist, and in a page the lines\n"
+    "that begin with \"#\" in a style sheet or script (dropped as comments) or with \"@\" where\n"
+    "no definitions were meant (the page becomes a file of definitions). It warns\n"
     "(\"warning:\") where request data (form fields, cookies, the query string, the URI,\n"
     "request headers, upload names) reaches a path, code, a variable or macro name, a\n"
     "connection string, SQL text without sql escaping or quotes, the page under\n"
@@ -55,6 +58,7 @@ constexpr const char* HELP =
 // that text came from, so that findings name the line and column of the file as written.
 struct source {
     std::string path; // as named on the command line or resolved by the engine
+    std::string raw;  // as written, up to a NUL byte
     std::string text; // cleaned: carriage returns and "#" lines gone
     std::vector<size_t> origins;
     std::vector<size_t> line_starts; // offsets of the lines of the file as written
@@ -74,6 +78,7 @@ std::unique_ptr<source> source_read(const std::string& path)
         src->text.append(buffer, n);
     fclose(in);
     src->text.resize(strlen(src->text.c_str())); // the engine reads up to a NUL byte
+    src->raw = src->text;
     src->line_starts.push_back(0);
     for (size_t i = 0; i < src->text.size(); i++)
         if (src->text[i] == '\n')
@@ -133,7 +138,13 @@ public:
     {
         str_holder site_macros(resolve_path("/_macro.cfg"));
         read_definitions(site_macros.get(), false);
-        if (!scan_definitions(*page_, true))
+        bool page = is_page(page_->path);
+        if (page)
+            report_comment_traps();
+        bool definitions = scan_definitions(*page_, true);
+        // A page that turned into definitions by mistake is also read as the text its author
+        // meant, so that the trap hides none of its other problems.
+        if (!definitions || (page && report_definition_traps()))
             scan(*page_, 0, page_->text.size(), true, flow_text(flow_text::HTML), ESCAPE_MODE_HTML);
         for (const macro_call& call : macro_calls_)
             if (!defined_.count(call.name))
@@ -148,10 +159,104 @@ public:
         std::stable_sort(findings_.begin(), findings_.end(), [](const auto& a, const auto& b) {
             return a.line != b.line ? a.line < b.line : a.column < b.column;
         });
+        findings_.erase(std::unique(findings_.begin(), findings_.end(),
+                                    [](const auto& a, const auto& b) {
+                                        return a.line == b.line && a.column == b.column &&
+                                               a.message == b.message;
+                                    }),
+                        findings_.end());
         return findings_;
     }
 
 private:
+    // Whether path names a page rather than a file of definitions or a table: a file whose
+    // name begins with "_" or ends in ".cfg" is read for its definitions on purpose.
+    static bool is_page(const std::string& path)
+    {
+        std::string name = path.substr(path.find_last_of('/') + 1);
+        return name[0] != '_' && (name.size() < 4 || name.compare(name.size() - 4, 4, ".cfg") != 0);
+    }
+
+    // A finding at the start of line (counted from 0) of the file as written.
+    void report_line(size_t line, std::string message)
+    {
+        findings_.push_back({(int)line + 1, 1, std::move(message), false});
+    }
+
+    // The lines of the file as written, each without its line end.
+    std::vector<std::string_view> raw_lines() const
+    {
+        std::vector<std::string_view> lines;
+        const std::string& raw = page_->raw;
+        for (size_t i = 0; i < page_->line_starts.size(); i++) {
+            size_t start = page_->line_starts[i];
+            size_t end =
+                i + 1 < page_->line_starts.size() ? page_->line_starts[i + 1] - 1 : raw.size();
+            lines.push_back(std::string_view(raw).substr(std::min(start, raw.size()), end - start));
+        }
+        return lines;
+    }
+
+    // A line that begins with "#" is a comment to the engine. In a style sheet or a script, or
+    // where it opens a block ("#menu {"), it was meant as text: report it.
+    void report_comment_traps()
+    {
+        bool in_code = false; // inside <style> or <script>
+        auto lowered_find = [](std::string_view line, const char* what) {
+            std::string lowered(line);
+            for (char& c : lowered)
+                c = (char)tolower((unsigned char)c);
+            return lowered.find(what) != std::string::npos;
+        };
+        std::vector<std::string_view> lines = raw_lines();
+        for (size_t i = 0; i < lines.size(); i++) {
+            std::string_view line = lines[i];
+            if (!line.empty() && line[0] == '#' &&
+                (in_code || line.find('{') != std::string_view::npos))
+                report_line(i, "line begins with \"#\", so the page drops it as a comment: indent "
+                               "it to keep it as text");
+            if (lowered_find(line, "<style") || lowered_find(line, "<script"))
+                in_code = true;
+            if (lowered_find(line, "</style") || lowered_find(line, "</script"))
+                in_code = false;
+        }
+    }
+
+    // A line that begins with "@" makes the whole page a file of definitions, shown through
+    // its macro "main" only. Reports the lines that were meant as text: rules of a style sheet
+    // ("@media"), or every such line of a page that defines no "main". True when one was.
+    bool report_definition_traps()
+    {
+        static constexpr const char* AT_RULES[] = {
+            "@media", "@import",    "@font-face", "@keyframes", "@charset", "@supports",
+            "@page",  "@namespace", "@layer",     "@container", "@-",
+        };
+        bool has_main = false;
+        std::string copy = page_->text;
+        macro_each_definition(copy.data(), [&](char* header, char*) {
+            has_main |= std::string(header, strcspn(header, "[")) == "main";
+        });
+        bool found = false;
+        std::vector<std::string_view> lines = raw_lines();
+        for (size_t i = 0; i < lines.size(); i++) {
+            std::string_view line = lines[i];
+            if (line.empty() || line[0] != '@')
+                continue;
+            bool at_rule = false;
+            for (const char* rule : AT_RULES)
+                at_rule |= line.substr(0, strlen(rule)) == rule;
+            if (!at_rule && has_main)
+                continue;
+            report_line(i, has_main ? "line begins with \"@\", so the page is read as definitions "
+                                      "and this style rule is lost: indent it to keep it as text"
+                                    : "line begins with \"@\", so the page is read as definitions "
+                                      "and, with no \"@main\", shows nothing: indent it to keep "
+                                      "it as text");
+            found = true;
+        }
+        return found;
+    }
+
     void report(size_t at, std::string message, bool warning = false)
     {
         size_t origin = page_->origins[std::min(at, page_->text.size() - 1)];

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# tessel-check: the broken pages of site/ give exactly the diagnostics in
+# tessel-check: the broken pages of site/ (traps.html: lines that begin with "#" or "@" in a
+# style sheet, which the page drops or turns into definitions) give exactly the diagnostics in
 # broken_pages.expected, with exit status 1; warnings alone (site/requests.html) leave it 0,
 # and TESSEL_SAFE_ESCAPING=1 drops those the setting answers;
 # every page of examples/site/ is clean (status 0); calls nested past the engine's limit are
