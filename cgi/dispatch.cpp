@@ -1,12 +1,17 @@
-// The illegal-call test: a request addressed to the program instead of to a page.
+// The illegal-call test: a request addressed to the program instead of to a page, and the
+// page's file as each kind of server names it.
 #include "cgi/dispatch.h"
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "core/number.h"
 #include "core/setting.h"
 #include "core/str.h"
+#include "interp/request.h"
 
 namespace {
 
@@ -54,6 +59,21 @@ size_t uri_drop_segment(const char* text, size_t size)
     return size > 1 ? size - 1 : size;
 }
 
+// True when a and b name the same path, taking each run of "/" as one.
+bool path_same(const char* a, const char* b)
+{
+    while (*a && *a == *b) {
+        bool slash = *a == '/';
+        a++;
+        b++;
+        if (slash) {
+            a += strspn(a, "/");
+            b += strspn(b, "/");
+        }
+    }
+    return *a == *b;
+}
+
 } // namespace
 
 char* uri_path_normalize(const char* uri)
@@ -91,11 +111,63 @@ char* uri_path_normalize(const char* uri)
     return out;
 }
 
+bool dispatch_is_program(const char* path)
+{
+    struct stat own, file;
+    if (stat("/proc/self/exe", &own) != 0)
+        return true;
+    if (!str_nonempty(path) || stat(path, &file) != 0)
+        return false;
+    return own.st_dev == file.st_dev && own.st_ino == file.st_ino;
+}
+
+const char* dispatch_page_file(const char* path_translated, const char* script_filename)
+{
+    if (str_nonempty(path_translated))
+        return path_translated;
+    if (str_nonempty(script_filename) && !dispatch_is_program(script_filename))
+        return script_filename;
+    return "";
+}
+
+bool dispatch_enter_program_folder()
+{
+    char path[PATH_MAX + 1];
+    ssize_t length = readlink("/proc/self/exe", path, PATH_MAX);
+    if (length <= 0)
+        return false;
+    path[length] = '\0';
+    char* slash = strrchr(path, '/');
+    if (!slash)
+        return false;
+    slash[slash == path] = '\0'; // a program in "/" keeps the "/"
+    return chdir(path) == 0;
+}
+
+bool dispatch_script_is_page(const char* script_name)
+{
+    const char* page = req.cgi.path_translated;
+    if (!str_nonempty(page) || dispatch_is_program(page))
+        return false;
+    if (str_equal(page, getenv("SCRIPT_FILENAME")))
+        return true;
+    // PATH_INFO is how a request for the program's URL names a page: such a request is never
+    // the page's own.
+    if (str_nonempty(req.cgi.path_info) || !str_nonempty(req.cgi.document_root) ||
+        !str_nonempty(script_name))
+        return false;
+    str_holder joined(str_join(req.cgi.document_root, "/", script_name, nullptr));
+    return path_same(joined.get(), page);
+}
+
 bool dispatch_is_illegal_call(const char* uri, const char* script_name)
 {
     if (setting_on("TESSEL_REQUIRE_REDIRECT") && !str_nonempty(getenv("REDIRECT_STATUS")))
         return true;
-    if (!str_nonempty(script_name))
+    bool page_script = dispatch_script_is_page(script_name);
+    if (setting_on("TESSEL_REQUIRE_HANDLER") && !page_script)
+        return true;
+    if (page_script || !str_nonempty(script_name))
         return false;
     if (str_starts_with(uri, script_name))
         return true;

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "cgi/dispatch.h"
 #include "core/charset.h"
 #include "core/str.h"
 
@@ -14,6 +15,24 @@ const char* cgi_var(const char* name)
 {
     const char* value = getenv(name);
     return str_or_empty(value);
+}
+
+// The page's file, as dispatch_page_file chooses it. A server that runs the program as the
+// handler of the page's file (lighttpd's cgi.assign) names that file SCRIPT_FILENAME, passes
+// no PATH_TRANSLATED and starts the program in the page's folder: the file becomes
+// PATH_TRANSLATED, which pages read as under the other servers, and the program moves to its
+// own folder, where the other servers start it, unless the server named the site's state
+// folder (TESSEL_STATE_DIR), which the program has entered already.
+const char* request_page_file()
+{
+    const char* translated = cgi_var("PATH_TRANSLATED");
+    const char* page = dispatch_page_file(translated, getenv("SCRIPT_FILENAME"));
+    if (page == translated || !*page)
+        return translated;
+    setenv("PATH_TRANSLATED", page, 1);
+    if (!str_nonempty(getenv("TESSEL_STATE_DIR")))
+        dispatch_enter_program_folder();
+    return cgi_var("PATH_TRANSLATED");
 }
 
 } // namespace
@@ -37,7 +56,7 @@ void request_init()
     c.request_method = cgi_var("REQUEST_METHOD");
     c.request_uri = cgi_var("REQUEST_URI");
     c.path_info = cgi_var("PATH_INFO");
-    c.path_translated = cgi_var("PATH_TRANSLATED");
+    c.path_translated = request_page_file();
     c.script_name = cgi_var("SCRIPT_NAME");
     c.query_string = cgi_var("QUERY_STRING");
     c.remote_addr = cgi_var("REMOTE_ADDR");

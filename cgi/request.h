@@ -5,7 +5,11 @@
 #include "interp/request.h"
 
 // Fills the record from the environment (the 22 CGI variables and CONTENT_LENGTH) and
-// selects the code pages.
+// selects the code pages. path_translated is the page's file (dispatch_page_file in
+// cgi/dispatch.h): when the server named it SCRIPT_FILENAME instead, as a server that runs the
+// program as the page file's handler does, it is also set as PATH_TRANSLATED, and the program
+// moves from the page's folder, where such a server starts it, to its own (unless
+// TESSEL_STATE_DIR names the folder to work in).
 void request_init();
 
 // The name the server authenticated: REMOTE_USER, or, when that is empty on a page the server

@@ -1,7 +1,9 @@
 // Path resolution and page compaction of the request record.
+#include <climits>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
+#include <unistd.h>
 
 #include "cgi/request.h"
 #include "core/str.h"
@@ -29,6 +31,37 @@ TEST(Request, ResolvePathAgainstRootOrPageDirectory)
     req.page_path = (char*)"page.html"; // no directory part: nothing is cut
     EXPECT_EQ(own(resolve_path("x")), "page.html/x");
     req.page_path = nullptr;
+}
+
+// lighttpd's cgi.assign runs the program in the page's folder with the page as SCRIPT_FILENAME
+// and no PATH_TRANSLATED: the page becomes PATH_TRANSLATED and the program works in its own
+// folder, where its logs and cache are under every server.
+TEST(Request, PageNamedAsTheScriptFileBecomesTheTranslatedPath)
+{
+    char start[PATH_MAX], exe[PATH_MAX + 1], now[PATH_MAX];
+    ASSERT_TRUE(getcwd(start, sizeof start));
+    ssize_t length = readlink("/proc/self/exe", exe, PATH_MAX);
+    ASSERT_GT(length, 0);
+    std::string folder(exe, length);
+    folder.erase(folder.rfind('/'));
+    ASSERT_EQ(chdir("/"), 0);
+    unsetenv("PATH_TRANSLATED");
+    setenv("SCRIPT_FILENAME", "/srv/site/sub/p.html", 1);
+    request_init();
+    EXPECT_STREQ(req.cgi.path_translated, "/srv/site/sub/p.html");
+    EXPECT_STREQ(getenv("PATH_TRANSLATED"), "/srv/site/sub/p.html");
+    EXPECT_EQ(std::string(getcwd(now, sizeof now)), folder);
+
+    // A server that passes PATH_TRANSLATED keeps it, and the folder it started the program in.
+    ASSERT_EQ(chdir("/"), 0);
+    setenv("PATH_TRANSLATED", "/srv/site/x.html", 1);
+    request_init();
+    EXPECT_STREQ(req.cgi.path_translated, "/srv/site/x.html");
+    EXPECT_EQ(std::string(getcwd(now, sizeof now)), "/");
+    unsetenv("PATH_TRANSLATED");
+    unsetenv("SCRIPT_FILENAME");
+    req.cgi = cgi_vars();
+    ASSERT_EQ(chdir(start), 0);
 }
 
 // The plain byte-by-byte rule, to check the word-at-a-time compaction against.
