@@ -46,12 +46,13 @@ char* cookie_read(const char* wanted)
     return nullptr;
 }
 
-void cookie_write(const char* name, const char* value, int days)
+void cookie_write(const char* name, const char* value, int days, const char* attributes)
 {
     if (!str_nonempty(name))
         return;
     char expires[128] = "";
     if (days != 0)
         cookie_expires(expires, sizeof expires, days);
-    response_set_cookie(name, value, expires);
+    str_holder tail(str_join(expires, attributes, nullptr));
+    response_set_cookie(name, value, tail.get());
 }

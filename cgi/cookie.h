@@ -17,7 +17,8 @@ char* cookie_read(const char* name);
 // Writes "Set-Cookie: NAME=VALUE; path=/" at once, name and value URL-encoded in the cookie
 // style, with "; expires=Wed, 01-Jan-2025 00:00:00 GMT" for days from now in UTC unless days
 // is 0 (a session cookie); a negative count gives an expiry in the past, which deletes the
-// cookie at the browser. Writes nothing for an empty name. Ownership: borrows both.
-void cookie_write(const char* name, const char* value, int days);
+// cookie at the browser. Attributes, when given, follow as they stand ("; HttpOnly"). Writes
+// nothing for an empty name. Ownership: borrows all.
+void cookie_write(const char* name, const char* value, int days, const char* attributes = nullptr);
 
 #endif
