@@ -1,6 +1,7 @@
 // The chat: visitors join with a nick, post messages and list the room, all kept in files
 // under "chat/" in the program's working folder, replaced whole under the chat's flock.
 #include <algorithm>
+#include <arpa/inet.h>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -24,6 +25,7 @@
 #include "interp/escape.h"
 #include "interp/registry.h"
 #include "interp/request.h"
+#include "ops/chat_nick.h"
 #include "ops/ops.h"
 
 namespace {
@@ -35,6 +37,7 @@ constexpr const char* USERLIST = "chat/userlist";       // nick TAB ticket TAB l
 constexpr const char* INDEX = "chat/index";             // date TAB time TAB nick TAB text
 constexpr const char* PASSWORD = "chat/admin/password"; // one crypt hash
 constexpr const char* BANNED = "chat/admin/banned";     // one nick per line
+constexpr const char* GUESSES = "chat/admin/guesses";   // address TAB first guess TAB count
 constexpr const char* LOG_DIR = "chat/log/";            // one file per day, as INDEX
 constexpr const char* LOCK = "chat/.lock";              // never replaced: holds the chat's lock
 
@@ -43,10 +46,24 @@ constexpr const char* COOKIE_NAME = "chat";
 constexpr int INDEX_KEEP = 100;   // messages kept in the index (the archive keeps all)
 constexpr int CHAT_DEFAULT = 20;  // messages chat[] lists
 constexpr int MESSAGE_MAX = 1000; // bytes in one message
-constexpr int NICK_MIN = 2;
-constexpr int NICK_MAX = 20;
 constexpr int IDLE_DEFAULT = 300; // seconds after which an idle visitor leaves the list
 constexpr int TICKET_BYTES = 16;  // random bytes in a visitor's ticket (hex in the cookie)
+// The ticket is for the server alone: no script of a page reads it, and a request another
+// site makes the browser send does not carry it, unless the visitor follows a link.
+constexpr const char* TICKET_ATTRIBUTES = "; HttpOnly; SameSite=Lax";
+
+// Admin password guesses: each costs a slow hash, so an address (an IPv6 /64) may make
+// GUESS_MAX of them in GUESS_WINDOW seconds; then it is refused without hashing until the
+// window has passed. GUESS_ADDRESSES addresses at most are counted at once.
+constexpr int GUESS_MAX = 5;
+constexpr long GUESS_WINDOW = 900;
+constexpr int GUESS_ADDRESSES = 1000;
+
+// Posts: a visitor may have RATE_MAX messages of the index within RATE_WINDOW seconds (the
+// admin is not counted), and a day's archive holds at most ARCHIVE_DAY_MAX bytes.
+constexpr int RATE_MAX = 10;
+constexpr long RATE_WINDOW = 60;
+constexpr off_t ARCHIVE_DAY_MAX = 4 << 20;
 
 // The ticket given by login in this request, which the request's cookie cannot hold yet.
 char* fresh_ticket = nullptr;
@@ -65,14 +82,6 @@ char* chat_file_error(const char* op, const char* path)
 char* chat_write_error(const char* op, const char* path, const char* reason)
 {
     return page_error_logged("[%s: cannot use %s: %s]", op, path, reason);
-}
-
-// The error text with the visitor's input that caused it, escaped, and "]".
-// Ownership: borrows both, new result.
-char* chat_error_about(const char* error, const char* input)
-{
-    str_holder shown(escape_take(str_dup(input)));
-    return str_join(error, shown.get(), "]", nullptr);
 }
 
 // Creates the folders of the layout; null on success, else the error for op.
@@ -229,6 +238,8 @@ public:
     }
     // Takes the appended line back.
     void undo() const { [[maybe_unused]] int ignored = ftruncate(fd_, start_); }
+    // The bytes of its whole lines, -1 when it could not be opened.
+    off_t size() const { return fd_ >= 0 ? start_ : -1; }
 
 private:
     int fd_;
@@ -261,37 +272,42 @@ long chat_idle_limit()
     return limit > 0 ? limit : IDLE_DEFAULT;
 }
 
-// A nick byte: an ASCII letter or digit, "_", "-", ".", or any byte above 127 (the letters
-// of the Cyrillic code pages and of UTF-8).
-bool chat_nick_byte(unsigned char c)
+// The code page nicks are written in: the one of the page sources, else the one of the
+// response (form fields then arrive in it unconverted), else none, which reads as UTF-8.
+int chat_charset()
 {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-           c == '-' || c == '.' || c >= 128;
+    return req.source_charset ? req.source_charset : req.output_charset;
 }
 
 // Why nick cannot be a nick at all, or null when its form is fine. Ownership: static text.
 const char* chat_nick_form_error(const char* nick)
 {
-    int length = str_len0(nick);
-    if (length < NICK_MIN || length > NICK_MAX)
-        return "a nick has 2 to 20 characters";
-    for (const char* p = nick; *p; p++)
-        if (!chat_nick_byte(*p))
-            return "a nick holds only letters, digits, '_', '-' and '.'";
-    return nullptr;
+    return chat_nick_error(nick, chat_charset());
 }
 
-// True when the file's text lists nick as a line, ASCII case ignored.
-bool chat_banned(const char* nick)
+// The folded form of nick, by which nicks are compared (ops/chat_nick.h); null when nick is
+// no nick. Ownership: new result.
+char* chat_fold(const char* nick)
+{
+    return chat_nick_fold(nick, chat_charset());
+}
+
+// True when nick is a nick whose folded form is folded.
+bool chat_same_nick(const char* nick, const char* folded)
+{
+    str_holder own(chat_fold(nick));
+    return own.get() && str_equal(own.get(), folded);
+}
+
+// True when the ban list holds a nick that is the same as the one folded to folded.
+bool chat_banned(const char* folded)
 {
     char* read = nullptr;
     chat_read(BANNED, read);
     str_holder text(read);
-    for (char* cursor = text.get(); cursor;) {
-        const char* line = str_take_token(cursor, '\n');
-        if (*line && strcasecmp(line, nick) == 0)
+    for (char* cursor = text.get(); cursor;)
+        if (chat_same_nick(str_take_token(cursor, '\n'), folded))
             return true;
-    }
     return false;
 }
 
@@ -343,10 +359,11 @@ public:
         str_holder seen(seek_cell(i, 2));
         return seen.get() ? atol(seen.get()) : 0;
     }
-    bool is_nick(int i, const char* nick)
+    // True when row i's nick is the same as the one folded to folded.
+    bool is_nick(int i, const char* folded)
     {
         str_holder own(seek_cell(i, 0));
-        return own.get() && strcasecmp(own.get(), nick) == 0;
+        return chat_same_nick(own.get(), folded);
     }
     bool is_ticket(int i, const char* ticket)
     {
@@ -373,11 +390,11 @@ public:
             }
         return dropped;
     }
-    // Drops every row whose nick equals nick or whose ticket equals ticket.
-    void drop(const char* nick, const char* ticket)
+    // Drops every row whose nick folds to folded or whose ticket equals ticket.
+    void drop(const char* folded, const char* ticket)
     {
         for (int i = count() - 1; i >= 0; i--)
-            if ((nick && is_nick(i, nick)) || is_ticket(i, ticket))
+            if ((folded && is_nick(i, folded)) || is_ticket(i, ticket))
                 rows_->remove(i);
     }
     void add(const char* nick, const char* ticket, long now, bool admin)
@@ -409,23 +426,15 @@ private:
     std::unique_ptr<table> rows_;
 };
 
-// Why nick may not join now (taken by another visitor of the list, or banned), or null.
-// The caller drops the idle visitors first, so that only present ones hold a nick.
-// Ownership: static text.
-const char* chat_join_error(userlist& users, const char* nick, const char* ticket)
+// Why the nick folded to folded may not join now (the same nick is held by another visitor
+// of the list, or banned), or null. The caller drops the idle visitors first, so that only
+// present ones hold a nick. Ownership: static text.
+const char* chat_join_error(userlist& users, const char* folded, const char* ticket)
 {
     for (int i = 0; i < users.count(); i++)
-        if (users.is_nick(i, nick) && !users.is_ticket(i, ticket))
+        if (users.is_nick(i, folded) && !users.is_ticket(i, ticket))
             return "nick is taken";
-    return chat_banned(nick) ? "nick is banned" : nullptr;
-}
-
-// Why a nick of good form may not join now, as the error of op; null when it may. Drop the
-// idle visitors first. Ownership: new result.
-char* chat_nick_refusal(const char* op, userlist& users, const char* nick, const char* ticket)
-{
-    const char* reason = chat_join_error(users, nick, ticket);
-    return reason ? str_join("[", op, ": ", reason, "]", nullptr) : nullptr;
+    return chat_banned(folded) ? "nick is banned" : nullptr;
 }
 
 // ---- the admin password -----------------------------------------------------------------
@@ -484,6 +493,85 @@ char* chat_set_password(const char* password)
     return chat_write("startup", PASSWORD, line.get());
 }
 
+// ---- admin password guesses -------------------------------------------------------------
+
+// The address guesses are counted under: REMOTE_ADDR, or for IPv6 its /64 network, which a
+// single subscriber usually holds whole. Ownership: new result.
+char* chat_guess_address()
+{
+    const char* address = req.cgi.remote_addr;
+    in6_addr ip6;
+    if (!strchr(address, ':') || inet_pton(AF_INET6, address, &ip6) != 1 ||
+        IN6_IS_ADDR_V4MAPPED(&ip6))
+        return str_dup(str_nonempty(address) ? address : "-");
+    memset(ip6.s6_addr + 8, 0, 8);
+    char text[INET6_ADDRSTRLEN];
+    inet_ntop(AF_INET6, &ip6, text, sizeof text);
+    return str_join(text, "/64", nullptr);
+}
+
+// A row of GUESSES: "address TAB time of the first guess TAB guesses since".
+struct chat_guess_row {
+    explicit chat_guess_row(const char* row) : text(row)
+    {
+        const char* tab = strchr(row, '\t');
+        address_length = tab ? (size_t)(tab - row) : strlen(row);
+        char* end = nullptr;
+        first = tab ? strtol(tab + 1, &end, 10) : 0;
+        count = end && *end == '\t' ? strtol(end + 1, nullptr, 10) : 0;
+    }
+    bool is(const char* address) const
+    {
+        return strlen(address) == address_length && strncmp(text, address, address_length) == 0;
+    }
+    bool expired(long now) const { return now - first >= GUESS_WINDOW; }
+
+    const char* text;
+    size_t address_length;
+    long first;
+    long count;
+};
+
+// Counts a guess from address (count) or forgets its guesses (after a right one), dropping
+// the rows whose window has passed. A guess is refused, and nothing written, when the address
+// has made GUESS_MAX in its window, or is new while GUESS_ADDRESSES others are counted. The count
+// is written before the slow check, so guesses sent at once are all counted. Null on success, else
+// the error. Ownership: new result.
+char* chat_count_guess(const char* address, bool count, long now)
+{
+    chat_lock lock;
+    if (char* error = lock.error("login"))
+        return error;
+    char* old = nullptr;
+    if (!chat_read(GUESSES, old))
+        return chat_file_error("login", GUESSES);
+    auto rows = chat_lines(old);
+    int before = rows->count();
+    long first = now, made = 0;
+    for (int i = rows->count() - 1; i >= 0; i--) {
+        chat_guess_row row(rows->row(i));
+        if (row.is(address) && !row.expired(now)) {
+            first = row.first;
+            made = row.count;
+        }
+        if (row.is(address) || row.expired(now))
+            rows->remove(i);
+    }
+    if (count && (made >= GUESS_MAX || (made == 0 && rows->count() >= GUESS_ADDRESSES)))
+        return page_error("[login: too many wrong admin passwords; try again later]");
+    if (count) {
+        str_holder row(str_join(address, "\t", fmt_ulong(first).text, "\t",
+                                fmt_ulong(made + 1).text, nullptr));
+        rows->add_row(row.get());
+    }
+    if (!count && rows->count() == before)
+        return nullptr;
+    if (!chat_create(GUESSES, 0660)) // addresses are kept from other users of the machine
+        return chat_file_error("login", GUESSES);
+    str_holder text(rows->serialise());
+    return chat_write("login", GUESSES, text.get());
+}
+
 // ---- messages ---------------------------------------------------------------------------
 
 // The text as one table cell: tabs and line breaks become blanks, blanks at both ends go.
@@ -501,48 +589,78 @@ char* chat_one_line(const char* text)
     return length > 0 ? str_dup_n(start, length) : nullptr;
 }
 
-// "YYYY-MM-DD" or "HH:MM:SS" of the local time now. Ownership: static buffer.
-const char* chat_now(const char* format)
+// The local time when written in format: "%Y-%m-%d", "%H:%M:%S". Ownership: static buffer.
+const char* chat_time(time_t when, const char* format)
 {
     static char buffer[32];
-    time_t now = time(nullptr);
     struct tm local;
-    localtime_r(&now, &local);
+    localtime_r(&when, &local);
     strftime(buffer, sizeof buffer, format, &local);
     return buffer;
 }
 
-// The column line (if any) and the last n lines of text. Ownership: takes text, new result.
-char* chat_last_lines(char* text, const char* columns, int n)
+// The column line (if any) and the last n rows. Ownership: new result.
+char* chat_last_rows(const table& rows, const char* columns, int n)
 {
-    auto rows = chat_lines(text);
     str_builder out;
     out.append(columns);
-    for (int i = int_max(0, rows->count() - n); i < rows->count(); i++) {
-        out.append(rows->row(i));
+    for (int i = int_max(0, rows.count() - n); i < rows.count(); i++) {
+        out.append(rows.row(i));
         out.append('\n');
     }
     return out.take(false);
 }
 
+// The column line (if any) and the last n lines of text. Ownership: takes text, new result.
+char* chat_last_lines(char* text, const char* columns, int n)
+{
+    return chat_last_rows(*chat_lines(text), columns, n);
+}
+
+// True when the index's rows hold RATE_MAX messages of the nick folded to folded posted since
+// now less RATE_WINDOW. Rows start "date TAB time TAB nick", which compare as times do.
+bool chat_too_fast(const table& index, const char* folded, time_t now)
+{
+    str_holder since(str_dup(chat_time(now - RATE_WINDOW, "%Y-%m-%d\t%H:%M:%S")));
+    size_t stamp = strlen(since.get());
+    int recent = 0;
+    for (int i = 0; i < index.count(); i++) {
+        const char* row = index.row(i);
+        if (strlen(row) <= stamp || strncmp(row, since.get(), stamp) < 0)
+            continue;
+        const char* nick = row + stamp + 1;
+        str_holder own(str_dup_n(nick, strcspn(nick, "\t")));
+        recent += chat_same_nick(own.get(), folded);
+    }
+    return recent >= RATE_MAX;
+}
+
 // Adds a message line to the day's archive and to the index (keeping its newest INDEX_KEEP
 // lines); null on success. When the index cannot be written the archive's line is taken back,
-// so a failed post (a full disk) is in neither. Ownership: new result.
-char* chat_post(const char* nick, const char* text)
+// so a failed post (a full disk) is in neither. Refused when the visitor posts too fast (the
+// admin never does) or the day's archive is full. Ownership: new result.
+char* chat_post(const char* nick, const char* text, bool admin)
 {
-    str_holder day(str_dup(chat_now("%Y-%m-%d")));
-    str_holder line(
-        str_join(day.get(), "\t", chat_now("%H:%M:%S"), "\t", nick, "\t", text, "\n", nullptr));
+    time_t now = time(nullptr);
+    str_holder day(str_dup(chat_time(now, "%Y-%m-%d")));
+    str_holder line(str_join(day.get(), "\t", chat_time(now, "%H:%M:%S"), "\t", nick, "\t", text,
+                             "\n", nullptr));
     chat_lock lock;
     if (char* error = lock.error("message"))
         return error;
     char* old = nullptr;
     if (!chat_read(INDEX, old))
         return chat_file_error("message", INDEX);
-    str_holder kept(chat_last_lines(old, nullptr, INDEX_KEEP - 1));
+    auto index = chat_lines(old);
+    str_holder folded(chat_fold(nick));
+    if (!admin && folded.get() && chat_too_fast(*index, folded.get(), now))
+        return page_error("[message: at most 10 messages a minute]");
+    str_holder kept(chat_last_rows(*index, nullptr, INDEX_KEEP - 1));
     str_append(kept.ref(), line.get());
     str_holder archive_name(str_join(LOG_DIR, day.get(), nullptr));
     chat_archive archive(archive_name.get());
+    if (archive.size() + (off_t)strlen(line.get()) > ARCHIVE_DAY_MAX)
+        return page_error("[message: today's archive is full]");
     if (!archive.append(line.get())) {
         str_holder reason(system_error_text());
         return chat_write_error("message", archive_name.get(), reason.get());
@@ -553,8 +671,9 @@ char* chat_post(const char* nick, const char* text)
     return error;
 }
 
-// Adds nick to the ban list (ban) or takes it off; null on success. Ownership: new result.
-char* chat_edit_bans(const char* nick, bool ban)
+// Adds nick to the ban list (ban) or takes every nick the same as it off; null on success.
+// Ownership: new result.
+char* chat_edit_bans(const char* nick, const char* folded, bool ban)
 {
     chat_lock lock;
     if (char* error = lock.error("message"))
@@ -564,7 +683,7 @@ char* chat_edit_bans(const char* nick, bool ban)
         return chat_file_error("message", BANNED);
     auto rows = chat_lines(old);
     for (int i = rows->count() - 1; i >= 0; i--)
-        if (strcasecmp(rows->row(i), nick) == 0)
+        if (chat_same_nick(rows->row(i), folded))
             rows->remove(i);
     if (ban)
         rows->add_row(nick);
@@ -576,16 +695,19 @@ char* chat_edit_bans(const char* nick, bool ban)
 // present leaves the room at once. Ownership: new result.
 char* chat_ban(const char* nick, bool ban)
 {
-    if (chat_nick_form_error(nick))
-        return chat_error_about("[message: no such nick ", nick);
-    if (char* error = chat_edit_bans(nick, ban))
+    str_holder folded(chat_fold(nick));
+    if (!folded.get()) {
+        str_holder shown(escape_take(str_dup(nick)));
+        return page_error("[message: no such nick %s]", str_or_empty(shown.get()));
+    }
+    if (char* error = chat_edit_bans(nick, folded.get(), ban))
         return error;
     if (!ban)
         return nullptr;
     userlist users("message");
     if (char* error = users.error())
         return error;
-    users.drop(nick, nullptr);
+    users.drop(folded.get(), nullptr);
     return users.save();
 }
 
@@ -665,15 +787,16 @@ char* op_validate(int count, char** params)
 {
     const char* nick = param_text(count, params, 0);
     if (const char* reason = chat_nick_form_error(nick))
-        return str_join("[validate: ", reason, "]", nullptr);
+        return page_error("[validate: %s]", reason);
     if (char* error = chat_make_layout("validate"))
         return error;
     userlist users("validate");
     if (char* error = users.error())
         return error;
-    str_holder ticket(chat_visitor_ticket());
+    str_holder ticket(chat_visitor_ticket()), folded(chat_fold(nick));
     users.drop_idle(time(nullptr));
-    return chat_nick_refusal("validate", users, nick, ticket.get());
+    const char* reason = chat_join_error(users, folded.get(), ticket.get());
+    return reason ? page_error("[validate: %s]", reason) : nullptr;
 }
 
 // The nick of the present visitor, escaped; nothing when the visitor is not in the room.
@@ -687,7 +810,8 @@ char* chat_own_nick()
     return escape_take(users.seek_cell(row, 0));
 }
 
-// True when password proves the admin; logs a wrong one. A refusal sets error.
+// True when password proves the admin; logs a wrong one. A refusal sets error. The guess is
+// counted for the visitor's address first, and one over the limit is refused unhashed.
 bool chat_admin_proven(const char* nick, const char* password, char*& error)
 {
     str_holder stored(chat_stored_hash());
@@ -695,8 +819,12 @@ bool chat_admin_proven(const char* nick, const char* password, char*& error)
         error = page_error("[login: no admin password is set]");
         return false;
     }
+    str_holder address(chat_guess_address());
+    long now = time(nullptr);
+    if ((error = chat_count_guess(address.get(), true, now)))
+        return false;
     if (chat_password_matches(password, stored.get()))
-        return true;
+        return !(error = chat_count_guess(address.get(), false, now));
     log_line(LOG_ERROR, "chat: wrong admin password for %s from %s", nick, req.cgi.remote_addr);
     error = page_error("[login: wrong admin password]");
     return false;
@@ -707,7 +835,7 @@ void chat_give_ticket(const char* ticket)
 {
     str_free(fresh_ticket);
     fresh_ticket = str_dup(ticket);
-    cookie_write(COOKIE_NAME, ticket, 0);
+    cookie_write(COOKIE_NAME, ticket, 0, TICKET_ATTRIBUTES);
 }
 
 // login[] gives the visitor's nick; login[nick] joins the room under nick, login[nick;password]
@@ -719,7 +847,7 @@ char* op_login(int count, char** params)
     if (!str_nonempty(nick))
         return chat_own_nick();
     if (const char* reason = chat_nick_form_error(nick))
-        return str_join("[login: ", reason, "]", nullptr);
+        return page_error("[login: %s]", reason);
     char* error = nullptr;
     if (str_nonempty(password) && !chat_admin_proven(nick, password, error))
         return error;
@@ -728,12 +856,12 @@ char* op_login(int count, char** params)
     userlist users("login");
     if ((error = users.error()))
         return error;
-    str_holder old_ticket(chat_visitor_ticket());
+    str_holder old_ticket(chat_visitor_ticket()), folded(chat_fold(nick));
     users.drop_idle(time(nullptr));
-    if ((error = chat_nick_refusal("login", users, nick, old_ticket.get())))
-        return error;
+    if (const char* reason = chat_join_error(users, folded.get(), old_ticket.get()))
+        return page_error("[login: %s]", reason);
     str_holder ticket(chat_new_ticket());
-    users.drop(nick, old_ticket.get());
+    users.drop(folded.get(), old_ticket.get());
     users.add(nick, ticket.get(), time(nullptr), str_nonempty(password));
     if ((error = users.save()))
         return error;
@@ -776,6 +904,46 @@ char* chat_visitor(const char* op, bool leave, str_holder& nick, bool& admin)
     return users.save();
 }
 
+// The authority ("host" or "host:port") of the absolute address url ("scheme://authority/..."),
+// or null when it has none ("null", the Origin of a sandboxed page). Ownership: new result.
+char* chat_url_authority(const char* url)
+{
+    const char* start = str_find(url, "://");
+    if (!start)
+        return nullptr;
+    start += 3;
+    return str_dup_n(start, strcspn(start, "/?#"));
+}
+
+// True when authority names this server: the Host the browser asked, or the server's name
+// with or without its port; ASCII case aside.
+bool chat_own_authority(const char* authority)
+{
+    if (!str_nonempty(authority))
+        return false;
+    const char* host = getenv("HTTP_HOST");
+    const char* name = req.cgi.server_name;
+    str_holder name_port(str_join(name, ":", req.cgi.server_port, nullptr));
+    return (str_nonempty(host) && strcasecmp(authority, host) == 0) ||
+           (*name &&
+            (strcasecmp(authority, name) == 0 || strcasecmp(authority, name_port.get()) == 0));
+}
+
+// True when the request comes from a page of this site, as the browser tells: a Sec-Fetch-Site
+// it sends is "same-origin", and its Origin, else its Referer, names this server. A request
+// with neither is refused: browsers send Origin with every form post and a Referer with
+// nearly every request, while a page of another site can keep both back (a link under the
+// policy "no-referrer"), so a forged request can look like exactly that.
+bool chat_from_own_site()
+{
+    const char* fetch_site = getenv("HTTP_SEC_FETCH_SITE");
+    if (str_nonempty(fetch_site) && !str_equal(fetch_site, "same-origin"))
+        return false;
+    const char* origin = getenv("HTTP_ORIGIN");
+    str_holder authority(chat_url_authority(str_nonempty(origin) ? origin : req.cgi.http_referer));
+    return chat_own_authority(authority.get());
+}
+
 // message[text] posts text as the visitor; "/quit" leaves the room, and the admin's "/ban
 // NICK", "/unban NICK" and "/clear" rule it.
 char* op_message(int count, char** params)
@@ -797,9 +965,11 @@ char* op_message(int count, char** params)
     if (quit)
         return nullptr;
     if (!chat_is_command(text.get()))
-        return chat_post(nick.get(), text.get());
+        return chat_post(nick.get(), text.get(), admin);
     if (!admin)
         return page_error("[message: only the admin may use /ban, /unban and /clear]");
+    if (!chat_from_own_site()) // a page elsewhere must not rule the room with the admin's cookie
+        return page_error_logged("[message: an admin command from another site is refused]");
     return chat_command(text.get());
 }
 
@@ -862,8 +1032,10 @@ char* op_log(int count, char** params)
         chat_store(chat_archive_days());
         return nullptr;
     }
-    if (!chat_is_day(day))
-        return chat_error_about("[log: bad day ", day);
+    if (!chat_is_day(day)) {
+        str_holder shown(escape_take(str_dup(day)));
+        return page_error("[log: bad day %s]", str_or_empty(shown.get()));
+    }
     str_holder path(str_join(LOG_DIR, day, nullptr));
     str_holder text(chat_whole_lines(read_file(path.get(), true, false)));
     chat_store(str_join(MESSAGE_COLUMNS, text.get(), nullptr));
