@@ -10,14 +10,20 @@
 #   e2e_finish                              # exit status: 0, or 1 when a check failed
 #
 # Exits 77 (ctest's "skipped") when apache2 or curl is not installed.
+#
+# A test of another server sets E2E_SERVER before sourcing this file (lighttpd or nginx: the
+# script scripts/$E2E_SERVER.sh, which takes the same arguments as apache.sh) and installs
+# that server itself; e2e_start then starts it instead of Apache, and Apache need not be there.
 
 E2E_PROGRAM=$(realpath "$1")
 E2E_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 APACHE_SH=$E2E_ROOT/scripts/apache.sh
+E2E_SERVER=${E2E_SERVER:-apache}
+SERVER_SH=$E2E_ROOT/scripts/$E2E_SERVER.sh
 source "$E2E_ROOT/tests/e2e/checks.sh"
 
-if [[ ! -x ${APACHE:-/usr/sbin/apache2} ]] || ! command -v curl >/dev/null; then
-    echo "SKIP: apache2 or curl is not installed (scripts/test.sh installs them)"
+if [[ $E2E_SERVER == apache && ! -x ${APACHE:-/usr/sbin/apache2} ]] || ! command -v curl >/dev/null; then
+    echo "SKIP: $E2E_SERVER or curl is not installed (scripts/test.sh installs them)"
     exit 77
 fi
 
@@ -31,14 +37,14 @@ mkdir -p "$SITE"
 # A test that starts more servers defines e2e_stop_more to stop them.
 e2e_cleanup() {
     if declare -F e2e_stop_more >/dev/null; then e2e_stop_more || true; fi
-    "$APACHE_SH" stop "$SERVER" || true
+    "$SERVER_SH" stop "$SERVER" || true
     rm -rf "$WORK"
 }
 trap e2e_cleanup EXIT
 
 e2e_start() {
     local port
-    port=$("$APACHE_SH" start "$SERVER" "${1:-$SITE}" "$E2E_PROGRAM") || exit 1
+    port=$("$SERVER_SH" start "$SERVER" "${1:-$SITE}" "$E2E_PROGRAM") || exit 1
     BASE=http://127.0.0.1:$port
 }
 

@@ -1,0 +1,195 @@
+#!/usr/bin/env bash
+# Starts and stops a private nginx with fcgiwrap that serves a site through tessel the way a
+# Debian user deploys it: deploy/nginx.conf included in the site's server block with the
+# program and fcgiwrap's socket set to this server's own, and /cgi-bin/ handed to fcgiwrap as
+# fcgiwrap's own example configuration does. Everything the servers own (configuration, pids,
+# logs, the socket, the cgi-bin folder) lives in one folder of its own.
+#
+#   scripts/nginx.sh start DIR SITE PROGRAM [PORT]
+#       DIR      folder for the servers' files (created; empty or absent)
+#       SITE     the document root, served as it stands
+#       PROGRAM  the built tessel program, copied to DIR/cgi-bin/tessel
+#       PORT     port on 127.0.0.1; absent or 0 picks a free one
+#     Prints the port once the server answers. The program works in DIR/cgi-bin: a .profile
+#     may be added there, and its error_log and access_log land there.
+#   scripts/nginx.sh stop DIR
+#       Stops the servers started in DIR and waits for them to go.
+set -euo pipefail
+
+NGINX=${NGINX:-/usr/sbin/nginx}
+FCGIWRAP=${FCGIWRAP:-/usr/sbin/fcgiwrap}
+ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+SHIPPED=$ROOT/deploy/nginx.conf
+
+die() {
+    echo "nginx.sh: $*" >&2
+    exit 1
+}
+
+free_port() {
+    python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'
+}
+
+# The account nginx's workers and the program run as: the caller, or www-data when started by
+# root.
+run_user() {
+    if [[ $(id -u) -ne 0 ]]; then id -un; elif id www-data >/dev/null 2>&1; then echo www-data; else echo nobody; fi
+}
+
+# The shipped snippet with the program and fcgiwrap's socket set to DIR's own; fails when
+# either is no longer named as this script expects, so the copy never drifts from what ships.
+write_shipped() {
+    local dir=$1 name
+    for name in 'fastcgi_param SCRIPT_FILENAME /usr/lib/tessel/tessel;' \
+        'fastcgi_pass unix:/run/fcgiwrap.socket;'; do
+        grep -qF "$name" "$SHIPPED" || die "$SHIPPED no longer holds '$name'"
+    done
+    sed -e "s|SCRIPT_FILENAME /usr/lib/tessel/tessel;|SCRIPT_FILENAME $dir/cgi-bin/tessel;|" \
+        -e "s|unix:/run/fcgiwrap.socket;|unix:$dir/socket/fcgiwrap.socket;|" \
+        "$SHIPPED" >"$dir/conf/tessel.conf"
+}
+
+write_config() {
+    local dir=$1 site=$2 port=$3 user=$4
+    cat >"$dir/conf/nginx.conf" <<CONF
+# Private server for tessel, written by scripts/nginx.sh.
+daemon on;
+pid $dir/run/nginx.pid;
+error_log $dir/logs/error.log warn;
+$( [[ $(id -u) -eq 0 ]] && printf 'user %s %s;\n' "$user" "$(id -gn "$user")" )
+worker_processes 1;
+events {
+    worker_connections 256;
+}
+http {
+    include /etc/nginx/mime.types;
+    default_type application/octet-stream;
+    access_log $dir/logs/access.log;
+    client_body_temp_path $dir/tmp/body;
+    fastcgi_temp_path $dir/tmp/fastcgi;
+    proxy_temp_path $dir/tmp/proxy;
+    uwsgi_temp_path $dir/tmp/uwsgi;
+    scgi_temp_path $dir/tmp/scgi;
+    server {
+        listen 127.0.0.1:$port;
+        server_name 127.0.0.1;
+        root $site;
+        index index.html;
+        # No state folder: the program works in its own, DIR/cgi-bin.
+        set \$tessel_state "";
+        include $dir/conf/tessel.conf;
+        # fcgiwrap's example configuration: every file of the program's folder runs as a CGI
+        # program by its URL.
+        location /cgi-bin/ {
+            root $dir;
+            fastcgi_pass unix:$dir/socket/fcgiwrap.socket;
+            include /etc/nginx/fastcgi_params;
+            fastcgi_param SCRIPT_FILENAME $dir\$fastcgi_script_name;
+        }
+    }
+}
+CONF
+}
+
+# fcgiwrap hands its own environment on to the programs it runs: it starts with a clean one
+# (and a sanitizer build's options), in a process group of its own that stop ends whole.
+start_fcgiwrap() {
+    local dir=$1 user=$2 passed=(PATH=/usr/bin:/bin) name as_user=()
+    for name in ASAN_OPTIONS UBSAN_OPTIONS LSAN_OPTIONS; do
+        [[ -z ${!name:-} ]] || passed+=("$name=${!name}")
+    done
+    if [[ $(id -u) -eq 0 ]]; then
+        chown "$user" "$dir/socket"
+        as_user=(setpriv --reuid="$user" --regid="$(id -gn "$user")" --clear-groups)
+    fi
+    rm -f "$dir/socket/fcgiwrap.socket"
+    env -i "${passed[@]}" setsid "${as_user[@]}" "$FCGIWRAP" -c 4 \
+        -s "unix:$dir/socket/fcgiwrap.socket" </dev/null >>"$dir/logs/fcgiwrap.log" 2>&1 &
+    echo $! >"$dir/run/fcgiwrap.pid"
+}
+
+# Waits until the server answers on its port, or fails after about ten seconds.
+wait_until_up() {
+    local port=$1 dir=$2 i
+    for ((i = 0; i < 100; i++)); do
+        if [[ -s $dir/run/nginx.pid && -S $dir/socket/fcgiwrap.socket ]] &&
+            curl -s -o /dev/null "http://127.0.0.1:$port/" 2>/dev/null; then
+            return 0
+        fi
+        sleep 0.1
+    done
+    return 1
+}
+
+start() {
+    (($# >= 3)) || die "usage: nginx.sh start DIR SITE PROGRAM [PORT]"
+    local dir site program port=${4:-0} user attempt
+    [[ -x $NGINX ]] || die "$NGINX not found (install the nginx package)"
+    [[ -x $FCGIWRAP ]] || die "$FCGIWRAP not found (install the fcgiwrap package)"
+    [[ -d $2 ]] || die "no site folder $2"
+    [[ -x $3 ]] || die "no program $3"
+    mkdir -p "$1"
+    dir=$(cd "$1" && pwd)
+    site=$(cd "$2" && pwd)
+    program=$(cd "$(dirname "$3")" && pwd)/$(basename "$3")
+    user=$(run_user)
+
+    mkdir -p "$dir/conf" "$dir/logs" "$dir/run" "$dir/tmp" "$dir/socket" "$dir/cgi-bin"
+    cp "$program" "$dir/cgi-bin/tessel"
+    chmod 755 "$dir" "$dir/cgi-bin" "$dir/cgi-bin/tessel"
+    # The SQL client module the program looks for beside itself; not executable.
+    if [[ -f ${program%/*}/tessel-mysql.so ]]; then
+        cp "${program%/*}/tessel-mysql.so" "$dir/cgi-bin/"
+        chmod 644 "$dir/cgi-bin/tessel-mysql.so"
+    fi
+    if [[ $(id -u) -eq 0 ]]; then chown "$user" "$dir/cgi-bin"; fi
+    write_shipped "$dir"
+    start_fcgiwrap "$dir" "$user"
+
+    for attempt in 1 2 3; do
+        [[ $port != 0 ]] || port=$(free_port)
+        write_config "$dir" "$site" "$port" "$user"
+        rm -f "$dir/run/nginx.pid"
+        if "$NGINX" -p "$dir" -c "$dir/conf/nginx.conf" 2>>"$dir/logs/error.log" &&
+            wait_until_up "$port" "$dir"; then
+            echo "$port" >"$dir/port"
+            echo "$port"
+            return 0
+        fi
+        stop_nginx "$dir" >/dev/null 2>&1 || true
+        [[ -z ${4:-} || ${4:-} == 0 ]] || break # a port asked for by name is not replaced
+        port=0
+    done
+    stop "$dir" >/dev/null 2>&1 || true
+    cat "$dir/logs/error.log" "$dir/logs/fcgiwrap.log" >&2 2>/dev/null || true
+    die "the servers in $dir did not start"
+}
+
+# Sends TERM to the process (or, with a leading "-", the process group) whose id the file
+# holds, and waits for it to go.
+stop_pid_file() {
+    local file=$1 group=${2:-} pid i
+    [[ -s $file ]] || return 0
+    pid=$(cat "$file")
+    kill -TERM -- "$group$pid" 2>/dev/null || return 0
+    for ((i = 0; i < 100; i++)); do
+        kill -0 -- "$group$pid" 2>/dev/null || return 0
+        sleep 0.1
+    done
+    kill -KILL -- "$group$pid" 2>/dev/null || true
+}
+
+stop_nginx() { stop_pid_file "$1/run/nginx.pid"; }
+
+stop() {
+    (($# == 1)) || die "usage: nginx.sh stop DIR"
+    stop_nginx "$1"
+    # fcgiwrap's children outlive their parent: the whole group goes.
+    stop_pid_file "$1/run/fcgiwrap.pid" -
+}
+
+case ${1:-} in
+start) shift; start "$@" ;;
+stop) shift; stop "$@" ;;
+*) die "usage: nginx.sh start DIR SITE PROGRAM [PORT] | stop DIR" ;;
+esac
