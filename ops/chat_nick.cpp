@@ -88,23 +88,40 @@ char32_t nick_next(const unsigned char*& p, int charset)
     return charset == CHARSET_NONE ? nick_utf8_letter(c, p) : nick_codepage_letter(c, charset);
 }
 
-// Appends the folded form of the character c of a nick.
+// The small form of the Cyrillic letter c.
+char32_t nick_small_cyrillic(char32_t c)
+{
+    if (c == YO_CAPITAL)
+        return YO;
+    return c < SMALL_A ? c + (SMALL_A - CAPITAL_A) : c;
+}
+
+// The Latin letter the letter or digit c folds to; 0 for a Cyrillic letter that looks like
+// none.
+char nick_fold_latin(char32_t c)
+{
+    if (nick_digit(c))
+        return DIGIT_LOOKS_LIKE[c - '0'];
+    if (nick_latin(c)) {
+        char small = (char)(c | 0x20);
+        return small == 'i' ? 'l' : small;
+    }
+    char32_t small = nick_small_cyrillic(c);
+    char look = small == YO ? 'e' : CYRILLIC_LOOKS_LIKE[small - SMALL_A];
+    return look == '-' ? 0 : look;
+}
+
+// Appends the folded form of the character c of a nick: nothing for a separator, else its
+// Latin letter, else the small Cyrillic letter in UTF-8.
 void nick_fold_char(str_builder& out, char32_t c)
 {
     if (nick_separator(c))
         return;
-    if (nick_digit(c))
-        return out.append(DIGIT_LOOKS_LIKE[c - '0']);
-    if (nick_latin(c)) {
-        char small = (char)(c | 0x20);
-        return out.append(small == 'i' ? 'l' : small);
+    if (char latin = nick_fold_latin(c)) {
+        out.append(latin);
+        return;
     }
-    if (c == YO || c == YO_CAPITAL)
-        return out.append('e');
-    char32_t small = c < SMALL_A ? c + (SMALL_A - CAPITAL_A) : c;
-    char look = CYRILLIC_LOOKS_LIKE[small - SMALL_A];
-    if (look != '-')
-        return out.append(look);
+    char32_t small = nick_small_cyrillic(c);
     out.append((char)(0xC0 | small >> 6));
     out.append((char)(0x80 | (small & 0x3F)));
 }
