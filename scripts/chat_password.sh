@@ -1,20 +1,35 @@
 #!/usr/bin/env bash
 # Sets the chat's admin password: the program stores a salted hash of it (the system's crypt,
-# yescrypt) in chat/admin/password under its working folder (the cgi-bin folder under Apache),
-# creating the chat's folders when they are missing. The password itself is kept nowhere.
+# yescrypt) in chat/admin/password under its working folder (the site's state folder, or the
+# cgi-bin folder of a server that names none), creating the chat's folders when they are
+# missing. The password itself is kept nowhere. Installed as tessel-chat-password.
 #
-#   scripts/chat_password.sh PROGRAM WORKDIR     (asks for the password on a terminal,
-#                                                 otherwise reads its first line from stdin)
+#   chat_password.sh [PROGRAM] WORKDIR    (asks for the password on a terminal, otherwise
+#                                          reads its first line from stdin)
 #
+# PROGRAM defaults to the installed program, lib/tessel/tessel beside this script's folder.
 # Run as root, the chat's files are then given to the owner of WORKDIR, the server's user.
 set -euo pipefail
 
+name=${0##*/}
+usage="usage: $name [PROGRAM] WORKDIR"
+
 die() {
-    echo "chat_password.sh: $*" >&2
+    echo "$name: $*" >&2
     exit 1
 }
 
-(($# == 2)) || die "usage: chat_password.sh PROGRAM WORKDIR"
+if [[ ${1:-} == -h || ${1:-} == --help ]]; then
+    echo "$usage"
+    echo "Sets the tessel chat's admin password in WORKDIR/chat/admin/password."
+    exit 0
+fi
+(($# == 1 || $# == 2)) || die "$usage"
+if (($# == 1)); then
+    installed=$(dirname "$(realpath "$0")")/../lib/tessel/tessel
+    [[ -x $installed ]] || die "no installed program: name it ($usage)"
+    set -- "$installed" "$1"
+fi
 program=$(realpath "$1")
 workdir=$(realpath "$2")
 [[ -x $program ]] || die "no program $1"
