@@ -30,15 +30,17 @@ endforeach()
 
 set(doc ${CMAKE_INSTALL_PREFIX}/share/doc/tessel)
 file(INSTALL ${src}/deploy/copyright DESTINATION ${doc})
+file(INSTALL ${src}/deploy/lintian-overrides DESTINATION ${CMAKE_INSTALL_PREFIX}/share/lintian/overrides
+     RENAME tessel)
 tessel_version(${src} version commit date)
 if(commit STREQUAL "")
-  set(built "a source without its git history")
+  set(built "a source without its git history.")
 else()
-  set(built "commit ${commit} of the source's git history, which lists the changes")
+  set(built "commit ${commit}; the source's git history lists the changes.")
 endif()
 file(WRITE ${stage}/changelog.Debian "tessel (${version}-1) unstable; urgency=medium
 
-  * Built from ${built}.
+  * Built from ${built}
 
  -- tessel maintainers <tessel@localhost>  ${date}
 ")
