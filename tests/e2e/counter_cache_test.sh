@@ -70,7 +70,7 @@ check_same_file "cache: the file holds the whole fragment" "$SITE/fragment.txt" 
 # The server's children never run as root, so a read-only count file is not writable for them.
 e2e_get /locked.html
 check_body "an unwritable count file" \
-    "[counter: count file \"$SITE/locked.count\" not writable or non-existant.]"$'\n'
+    "[counter: count file \"locked.count\" not writable or non-existant.]"$'\n'
 check_equal "an unwritable count file is left as it was" 0000000007 "$(cat "$SITE/locked.count")"
 
 # A file the server's user may not read is, for include and -f, a missing file; stat still
