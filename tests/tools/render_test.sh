@@ -39,7 +39,12 @@ check_equal "missing page: exit status" 2 "$?"
 out=$("$render" "$work/site/h.html" --docroot "$work/site/shop" 2>&1)
 check_equal "page outside the document root: exit status" 2 "$?"
 
-# The CGI program ignores its command line: Apache passes a query without "=" as arguments.
+# Run by hand, the program answers --version and --help; under a server (which passes the
+# CGI version) it ignores its command line: Apache passes a query without "=" as arguments.
+check_equal "--version by hand" 'tessel 1.0 (168mysql-omr2 build)' "$(env -i "$program" --version)"
+check_contains "--help by hand" 'usage: tessel' <(env -i "$program" --help)
+out=$(env -i GATEWAY_INTERFACE=CGI/1.1 "$program" --version)
+check_equal "--version under a server: the error page" 253 "$?"
 out=$(env -i "$program" --headers --query a=1 "$work/site/h.html")
 check_equal "the program shows its banner: exit status" 253 "$?"
 check_contains "banner" 'tessel 1.0 (168mysql-omr2 build)' <(printf '%s' "$out")
