@@ -61,3 +61,7 @@ if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
 else()
   file(INSTALL ${stage}/tessel.conf DESTINATION ${CMAKE_INSTALL_PREFIX}/share/tessel)
 endif()
+# lighttpd's and nginx's configurations, which name the program where the package puts it,
+# to be enabled by hand (README).
+file(INSTALL ${src}/deploy/lighttpd.conf ${src}/deploy/nginx.conf
+     DESTINATION ${CMAKE_INSTALL_PREFIX}/share/tessel)

@@ -79,7 +79,8 @@ dpkg-deb -c "$DEB" | awk '{print $6}' | sed 's#^\./#/#' >"$WORK/contents"
 for path in /usr/lib/tessel/tessel /usr/bin/tessel-check /usr/bin/tessel-render \
     /usr/sbin/tessel-chat-password /usr/share/man/man8/tessel.8.gz \
     /usr/share/doc/tessel/copyright /usr/share/doc/tessel/changelog.Debian.gz \
-    /etc/apache2/conf-available/tessel.conf /etc/logrotate.d/tessel /etc/cron.daily/tessel; do
+    /etc/apache2/conf-available/tessel.conf /etc/logrotate.d/tessel /etc/cron.daily/tessel \
+    /usr/share/tessel/lighttpd.conf /usr/share/tessel/nginx.conf; do
     grep -qxF "$path" "$WORK/contents" || fail "the package holds $path"
 done
 for program in $(grep -E '^/usr/s?bin/.' "$WORK/contents"); do
