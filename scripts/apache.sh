@@ -22,26 +22,8 @@ set -euo pipefail
 APACHE=${APACHE:-/usr/sbin/apache2}
 MODULES=${APACHE_MODULES:-/usr/lib/apache2/modules}
 
-die() {
-    echo "apache.sh: $*" >&2
-    exit 1
-}
-
-free_port() {
-    python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'
-}
-
-# The account the server's children run as: itself unless started by root, which Apache
-# refuses to serve as.
-run_user() {
-    if [[ $(id -u) -ne 0 ]]; then
-        id -un
-    elif id www-data >/dev/null 2>&1; then
-        echo www-data
-    else
-        echo nobody
-    fi
-}
+SERVER_SCRIPT=apache.sh
+source "$(dirname "${BASH_SOURCE[0]}")/server_lib.sh"
 
 # A sanitizer build of the program reads its options from the environment, which a CGI
 # program gets only through PassEnv.
@@ -145,71 +127,24 @@ SetEnv TESSEL_MULTIPART_AS_SENT 1
 CONF
 }
 
-# Waits until the server answers on its port, or fails after about ten seconds.
-wait_until_up() {
-    local port=$1 pidfile=$2 i
-    for ((i = 0; i < 100; i++)); do
-        if [[ -s $pidfile ]] && curl -s -o /dev/null "http://127.0.0.1:$port/" 2>/dev/null; then
-            return 0
-        fi
-        sleep 0.1
-    done
-    return 1
+# Writes the configuration for port and starts the server; true once it answers.
+launch() {
+    write_config "$dir" "$site" "$1" "$user"
+    rm -f "$dir/run/httpd.pid"
+    "$APACHE" -f "$dir/conf/httpd.conf" -k start && wait_until_up "$1" "$dir/run/httpd.pid"
 }
 
 start() {
     (($# >= 3)) || die "usage: apache.sh start DIR SITE PROGRAM [PORT]"
-    local dir site program port=${4:-0} user attempt
+    local dir site program user
     [[ -x $APACHE ]] || die "$APACHE not found (install the apache2 package)"
-    [[ -d $2 ]] || die "no site folder $2"
-    [[ -x $3 ]] || die "no program $3"
-    mkdir -p "$1"
-    dir=$(cd "$1" && pwd)
-    site=$(cd "$2" && pwd)
-    program=$(cd "$(dirname "$3")" && pwd)/$(basename "$3")
-    user=$(run_user)
-
-    mkdir -p "$dir/conf" "$dir/logs" "$dir/run" "$dir/cgi-bin"
-    cp "$program" "$dir/cgi-bin/tessel"
-    chmod 755 "$dir" "$dir/cgi-bin" "$dir/cgi-bin/tessel"
-    # The SQL client module that the build keeps beside the program, where the program looks
-    # for it. Not executable, so the server cannot run it as a program either.
-    if [[ -f ${program%/*}/tessel-mysql.so ]]; then
-        cp "${program%/*}/tessel-mysql.so" "$dir/cgi-bin/"
-        chmod 644 "$dir/cgi-bin/tessel-mysql.so"
-    fi
-    # The program's working directory is cgi-bin: it writes its logs there.
-    if [[ $(id -u) -eq 0 ]]; then chown "$user" "$dir/cgi-bin"; fi
-
-    for attempt in 1 2 3; do
-        [[ $port != 0 ]] || port=$(free_port)
-        write_config "$dir" "$site" "$port" "$user"
-        rm -f "$dir/run/httpd.pid"
-        if "$APACHE" -f "$dir/conf/httpd.conf" -k start &&
-            wait_until_up "$port" "$dir/run/httpd.pid"; then
-            echo "$port" >"$dir/port"
-            echo "$port"
-            return 0
-        fi
-        stop "$dir" >/dev/null 2>&1 || true
-        [[ -z ${4:-} || ${4:-} == 0 ]] || break  # a port asked for by name is not replaced
-        port=0
-    done
-    cat "$dir/logs/error.log" >&2 2>/dev/null || true
-    die "the server in $dir did not start"
+    server_prepare "$1" "$2" "$3"
+    start_on_port "${4:-0}" launch stop "$dir/logs/error.log"
 }
 
 stop() {
     (($# == 1)) || die "usage: apache.sh stop DIR"
-    local dir=$1 pid i
-    [[ -s $dir/run/httpd.pid ]] || return 0
-    pid=$(cat "$dir/run/httpd.pid")
-    kill -TERM "$pid" 2>/dev/null || return 0
-    for ((i = 0; i < 100; i++)); do
-        kill -0 "$pid" 2>/dev/null || return 0
-        sleep 0.1
-    done
-    kill -KILL "$pid" 2>/dev/null || true
+    stop_pid_file "$1/run/httpd.pid"
 }
 
 case ${1:-} in

@@ -21,19 +21,8 @@ LIGHTTPD=${LIGHTTPD:-/usr/sbin/lighttpd}
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 SHIPPED=$ROOT/deploy/lighttpd.conf
 
-die() {
-    echo "lighttpd.sh: $*" >&2
-    exit 1
-}
-
-free_port() {
-    python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'
-}
-
-# The account the program runs as: the caller, or www-data when started by root.
-run_user() {
-    if [[ $(id -u) -ne 0 ]]; then id -un; elif id www-data >/dev/null 2>&1; then echo www-data; else echo nobody; fi
-}
+SERVER_SCRIPT=lighttpd.sh
+source "$ROOT/scripts/server_lib.sh"
 
 # The shipped configuration with the program at DIR/cgi-bin/tessel; fails when the line that
 # names the program is gone, so the copy never drifts from what ships.
@@ -83,70 +72,27 @@ server.modules += ( "mod_staticfile" )
 CONF
 }
 
-# Waits until the server answers on its port, or fails after about ten seconds.
-wait_until_up() {
-    local port=$1 pidfile=$2 i
-    for ((i = 0; i < 100; i++)); do
-        if [[ -s $pidfile ]] && curl -s -o /dev/null "http://127.0.0.1:$port/" 2>/dev/null; then
-            return 0
-        fi
-        sleep 0.1
-    done
-    return 1
+# Writes the configuration for port and starts the server; true once it answers.
+launch() {
+    write_config "$dir" "$site" "$1" "$user"
+    rm -f "$dir/run/lighttpd.pid"
+    "$LIGHTTPD" -f "$dir/conf/lighttpd.conf" && wait_until_up "$1" "$dir/run/lighttpd.pid"
 }
 
 start() {
     (($# >= 3)) || die "usage: lighttpd.sh start DIR SITE PROGRAM [PORT]"
-    local dir site program port=${4:-0} user attempt
+    local dir site program user
     [[ -x $LIGHTTPD ]] || die "$LIGHTTPD not found (install the lighttpd package)"
-    [[ -d $2 ]] || die "no site folder $2"
-    [[ -x $3 ]] || die "no program $3"
-    mkdir -p "$1"
-    dir=$(cd "$1" && pwd)
-    site=$(cd "$2" && pwd)
-    program=$(cd "$(dirname "$3")" && pwd)/$(basename "$3")
-    user=$(run_user)
-
-    mkdir -p "$dir/conf" "$dir/logs" "$dir/run" "$dir/cgi-bin"
-    cp "$program" "$dir/cgi-bin/tessel"
-    chmod 755 "$dir" "$dir/cgi-bin" "$dir/cgi-bin/tessel"
-    # The SQL client module the program looks for beside itself; not executable.
-    if [[ -f ${program%/*}/tessel-mysql.so ]]; then
-        cp "${program%/*}/tessel-mysql.so" "$dir/cgi-bin/"
-        chmod 644 "$dir/cgi-bin/tessel-mysql.so"
-    fi
+    server_prepare "$1" "$2" "$3"
     # lighttpd opens its error log once it runs as the user.
-    if [[ $(id -u) -eq 0 ]]; then chown "$user" "$dir/cgi-bin" "$dir/logs"; fi
+    if [[ $(id -u) -eq 0 ]]; then chown "$user" "$dir/logs"; fi
     write_shipped "$dir"
-
-    for attempt in 1 2 3; do
-        [[ $port != 0 ]] || port=$(free_port)
-        write_config "$dir" "$site" "$port" "$user"
-        rm -f "$dir/run/lighttpd.pid"
-        if "$LIGHTTPD" -f "$dir/conf/lighttpd.conf" && wait_until_up "$port" "$dir/run/lighttpd.pid"; then
-            echo "$port" >"$dir/port"
-            echo "$port"
-            return 0
-        fi
-        stop "$dir" >/dev/null 2>&1 || true
-        [[ -z ${4:-} || ${4:-} == 0 ]] || break # a port asked for by name is not replaced
-        port=0
-    done
-    cat "$dir/logs/error.log" >&2 2>/dev/null || true
-    die "the server in $dir did not start"
+    start_on_port "${4:-0}" launch stop "$dir/logs/error.log"
 }
 
 stop() {
     (($# == 1)) || die "usage: lighttpd.sh stop DIR"
-    local dir=$1 pid i
-    [[ -s $dir/run/lighttpd.pid ]] || return 0
-    pid=$(cat "$dir/run/lighttpd.pid")
-    kill -TERM "$pid" 2>/dev/null || return 0
-    for ((i = 0; i < 100; i++)); do
-        kill -0 "$pid" 2>/dev/null || return 0
-        sleep 0.1
-    done
-    kill -KILL "$pid" 2>/dev/null || true
+    stop_pid_file "$1/run/lighttpd.pid"
 }
 
 case ${1:-} in

@@ -21,20 +21,8 @@ FCGIWRAP=${FCGIWRAP:-/usr/sbin/fcgiwrap}
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 SHIPPED=$ROOT/deploy/nginx.conf
 
-die() {
-    echo "nginx.sh: $*" >&2
-    exit 1
-}
-
-free_port() {
-    python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'
-}
-
-# The account nginx's workers and the program run as: the caller, or www-data when started by
-# root.
-run_user() {
-    if [[ $(id -u) -ne 0 ]]; then id -un; elif id www-data >/dev/null 2>&1; then echo www-data; else echo nobody; fi
-}
+SERVER_SCRIPT=nginx.sh
+source "$ROOT/scripts/server_lib.sh"
 
 # The shipped snippet with the program and fcgiwrap's socket set to DIR's own; fails when
 # either is no longer named as this script expects, so the copy never drifts from what ships.
@@ -108,75 +96,23 @@ start_fcgiwrap() {
     echo $! >"$dir/run/fcgiwrap.pid"
 }
 
-# Waits until the server answers on its port, or fails after about ten seconds.
-wait_until_up() {
-    local port=$1 dir=$2 i
-    for ((i = 0; i < 100; i++)); do
-        if [[ -s $dir/run/nginx.pid && -S $dir/socket/fcgiwrap.socket ]] &&
-            curl -s -o /dev/null "http://127.0.0.1:$port/" 2>/dev/null; then
-            return 0
-        fi
-        sleep 0.1
-    done
-    return 1
+# Writes the configuration for port and starts nginx; true once it answers through fcgiwrap.
+launch() {
+    write_config "$dir" "$site" "$1" "$user"
+    rm -f "$dir/run/nginx.pid"
+    "$NGINX" -p "$dir" -c "$dir/conf/nginx.conf" 2>>"$dir/logs/error.log" &&
+        wait_until_up "$1" "$dir/run/nginx.pid" "$dir/socket/fcgiwrap.socket"
 }
 
 start() {
     (($# >= 3)) || die "usage: nginx.sh start DIR SITE PROGRAM [PORT]"
-    local dir site program port=${4:-0} user attempt
+    local dir site program user
     [[ -x $NGINX ]] || die "$NGINX not found (install the nginx package)"
     [[ -x $FCGIWRAP ]] || die "$FCGIWRAP not found (install the fcgiwrap package)"
-    [[ -d $2 ]] || die "no site folder $2"
-    [[ -x $3 ]] || die "no program $3"
-    mkdir -p "$1"
-    dir=$(cd "$1" && pwd)
-    site=$(cd "$2" && pwd)
-    program=$(cd "$(dirname "$3")" && pwd)/$(basename "$3")
-    user=$(run_user)
-
-    mkdir -p "$dir/conf" "$dir/logs" "$dir/run" "$dir/tmp" "$dir/socket" "$dir/cgi-bin"
-    cp "$program" "$dir/cgi-bin/tessel"
-    chmod 755 "$dir" "$dir/cgi-bin" "$dir/cgi-bin/tessel"
-    # The SQL client module the program looks for beside itself; not executable.
-    if [[ -f ${program%/*}/tessel-mysql.so ]]; then
-        cp "${program%/*}/tessel-mysql.so" "$dir/cgi-bin/"
-        chmod 644 "$dir/cgi-bin/tessel-mysql.so"
-    fi
-    if [[ $(id -u) -eq 0 ]]; then chown "$user" "$dir/cgi-bin"; fi
+    server_prepare "$1" "$2" "$3" tmp socket
     write_shipped "$dir"
     start_fcgiwrap "$dir" "$user"
-
-    for attempt in 1 2 3; do
-        [[ $port != 0 ]] || port=$(free_port)
-        write_config "$dir" "$site" "$port" "$user"
-        rm -f "$dir/run/nginx.pid"
-        if "$NGINX" -p "$dir" -c "$dir/conf/nginx.conf" 2>>"$dir/logs/error.log" &&
-            wait_until_up "$port" "$dir"; then
-            echo "$port" >"$dir/port"
-            echo "$port"
-            return 0
-        fi
-        stop_nginx "$dir" >/dev/null 2>&1 || true
-        [[ -z ${4:-} || ${4:-} == 0 ]] || break # a port asked for by name is not replaced
-        port=0
-    done
-    stop "$dir" >/dev/null 2>&1 || true
-    cat "$dir/logs/error.log" "$dir/logs/fcgiwrap.log" >&2 2>/dev/null || true
-    die "the servers in $dir did not start"
-}
-
-# Sends TERM to the process (or, with a leading "-", the process group) whose id the file
-# holds, and waits for it to go.
-stop_pid_file() {
-    local file=$1 group=${2:-} pid i
-    [[ -s $file ]] || return 0
-    pid=$(cat "$file")
-    kill -TERM -- "$group$pid" 2>/dev/null || return 0
-    for ((i = 0; i < 100; i++)); do
-        kill -0 -- "$group$pid" 2>/dev/null || return 0
-        sleep 0.1
-    done
-    kill -KILL -- "$group$pid" 2>/dev/null || true
+    start_on_port "${4:-0}" launch stop_nginx "$dir/logs/error.log" "$dir/logs/fcgiwrap.log"
 }
 
 stop_nginx() { stop_pid_file "$1/run/nginx.pid"; }
