@@ -105,7 +105,7 @@ char* op_mangle(int count, char** params)
 bool request_env_is_request_data(const char* name)
 {
     static constexpr const char* FROM_REQUEST[] = {
-        "QUERY_STRING", "REQUEST_URI",  "PATH_INFO",   "PATH_TRANSLATED", "SCRIPT_NAME",
+        "QUERY_STRING", "REQUEST_URI", "PATH_INFO",    "PATH_TRANSLATED", "SCRIPT_NAME",
         "CONTENT_TYPE", "REMOTE_USER", "REMOTE_IDENT", "SERVER_NAME",     "AUTH_TYPE",
     };
     if (str_starts_with(name, "HTTP_") || str_starts_with(name, "REDIRECT_"))
