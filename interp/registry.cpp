@@ -192,15 +192,32 @@ char* call_operator(const char* name, int count, char** params)
 
 namespace {
 
-char* expand_text(char* text, expand_mode mode)
+// A call's name, copied beside the text: on the stack when it is short, as nearly every name
+// is, so that a call costs no allocation for its name. An empty name reads as null.
+class call_name {
+public:
+    call_name(const char* p, size_t len)
+    {
+        if (len >= sizeof(inline_))
+            heap_.reset(str_dup_n(p, len));
+        else if (len > 0)
+            memcpy(inline_, p, len), inline_[len] = '\0';
+        name_ = heap_.get() ? heap_.get() : len > 0 ? inline_ : nullptr;
+    }
+    call_name(const call_name&) = delete;
+    call_name& operator=(const call_name&) = delete;
+    const char* get() const { return name_; }
+
+private:
+    char inline_[48];
+    str_holder heap_;
+    const char* name_;
+};
+
+// Expands size bytes at text into out. The text is only read, so its owner keeps it. True
+// when the text ends with a call: the result is then null if it came out empty.
+bool expand_into(str_builder& out, const char* text, size_t size, expand_mode mode)
 {
-    if (!text)
-        return nullptr;
-    // The input is freed only on a normal return: when a table-lock exception passes through,
-    // the caller's slot still holds it and frees it once.
-    str_builder out;
-    size_t size = strlen(text);
-    out.reserve(size); // most pages come out about as long as they went in
     call_scanner scanner(text, size);
     size_t i = 0;
     size_t counted = 0; // page lines are counted up to here
@@ -229,7 +246,7 @@ char* expand_text(char* text, expand_mode mode)
             i++;
             continue;
         }
-        str_holder name(copy_range(text + i + 1, (int)(found.open - i - 1)));
+        call_name name(text + i + 1, found.open - i - 1);
         if (mode == expand_mode::PAGE) {
             for (; counted < i; counted++)
                 req.page_line += text[counted] == '\n';
@@ -241,13 +258,35 @@ char* expand_text(char* text, expand_mode mode)
         else
             out.append(result.get());
         i = found.close + 1;
-        if (out.size() == 0 && i >= size) {
-            str_free(text);
-            return nullptr; // the last call left the whole text empty
-        }
+        if (i >= size)
+            return true;
     }
+    return false;
+}
+
+// The expansion of size bytes at text as a new string; null when the last call left it empty.
+char* expand_bytes(const char* text, size_t size, expand_mode mode)
+{
+    if (!memchr(text, '^', size))
+        return str_copy_bytes(text, size);
+    str_builder out;
+    out.reserve(size); // most pages come out about as long as they went in
+    bool ends_with_call = expand_into(out, text, size, mode);
+    return out.take(ends_with_call);
+}
+
+char* expand_text(char* text, expand_mode mode)
+{
+    if (!text)
+        return nullptr;
+    size_t size = strlen(text);
+    if (!memchr(text, '^', size))
+        return text; // nothing to expand: the text is its own result, allocation-free
+    // The input is freed only on a normal return: when a table-lock exception passes through,
+    // the caller's slot still holds it and frees it once.
+    char* result = expand_bytes(text, size, mode);
     str_free(text);
-    return out.take(false);
+    return result;
 }
 
 } // namespace
@@ -259,6 +298,8 @@ char* expand_in_place(char* text)
 
 char* expand_for_second_pass(char* text)
 {
+    if (!text || !strchr(text, '^'))
+        return text; // no call runs, so the setting is not read
     bool quote = setting_on("TESSEL_INERT_REQUEST_DATA");
     return expand_text(text, quote ? expand_mode::QUOTE_REQUEST_DATA : expand_mode::PLAIN);
 }
@@ -286,6 +327,11 @@ char* expand_taken(char* text)
 char* expand_copy(const char* text)
 {
     return expand_taken(str_dup(text));
+}
+
+char* expand_view(const char* text)
+{
+    return text ? expand_bytes(text, strlen(text), expand_mode::PLAIN) : nullptr;
 }
 
 int param_int(int count, char** params, int i)

@@ -148,6 +148,12 @@ char* expand_taken(char* text);
 // expand_taken of a copy. Ownership: borrows text, new result.
 char* expand_copy(const char* text);
 
+// As expand_copy, without the copy: for a text that nothing can change or free while its
+// calls run, such as a loop body in its own call's parameter slot, expanded once per pass.
+// A variable's value or a table's cell is not such a text: a call in it may replace it.
+// Ownership: borrows text, new result.
+char* expand_view(const char* text);
+
 // ---- parameter accessors for handlers ---------------------------------------------------
 
 // Parameter i, or null when the call has fewer. Ownership: view.
