@@ -61,7 +61,6 @@ measure() {
     PATH_TRANSLATED=$work/$page REQUEST_URI=/$page valgrind --tool=callgrind \
         --callgrind-out-file="$name.cg" "$TESSEL" >/dev/null 2>"$name.log"
     callgrind_annotate --inclusive=yes --threshold=100 "$name.cg" >"$name.txt"
-    cp "$name.txt" /tmp/alloc-w/ 2>/dev/null || true
     python3 - "$name.txt" "$name" "$calls" <<'PY'
 import re, sys
 text, name, calls = open(sys.argv[1]).read(), sys.argv[2], int(sys.argv[3])

@@ -2,7 +2,8 @@
 //
 // They share the variable store (req.variables) with the expression evaluator. The loops and
 // `if` take their parameters raw and expand only the branch or body they need, each time
-// from a fresh copy, so that operators in the parts not chosen never run.
+// afresh from the raw text in their own slot, so that operators in the parts not chosen
+// never run.
 #include <cstdint>
 #include <cstdlib>
 
@@ -29,10 +30,11 @@ char* control_eval(char* text, const char* who, double& value)
     return expr_status == EXPR_OK ? nullptr : expr_error_message(who, rest);
 }
 
-// A copy of parameter i expanded, null when the call has none. Ownership: new result.
+// Parameter i expanded, null when the call has none; the slot keeps the raw text.
+// Ownership: new result.
 char* control_branch(int count, char** params, int i)
 {
-    return i < count ? expand_copy(params[i]) : nullptr;
+    return i < count ? expand_view(params[i]) : nullptr;
 }
 
 // The 32-bit integer arithmetic of var(name;op;operand): wraps around, and a zero divisor
@@ -164,7 +166,7 @@ char* op_while(int, char** params)
     for (int pass = 1;; pass++) {
         if (pass > MAX_WHILE_PASSES)
             return page_error("[while: endless loop detected]");
-        str_holder condition(expand_copy(params[0]));
+        str_holder condition(expand_view(params[0]));
         if (!str_nonempty(expr_strip(condition.get())))
             break;
         double value;
@@ -173,7 +175,7 @@ char* op_while(int, char** params)
             return error;
         if (value == 0)
             break;
-        str_holder body(expand_copy(params[1]));
+        str_holder body(expand_view(params[1]));
         result.append(body.get());
     }
     return result.take(true);
@@ -200,7 +202,7 @@ char* op_for(int count, char** params)
         variable.set((int)i);
         if (have_result)
             result.append(separator);
-        str_holder text(expand_copy(body));
+        str_holder text(expand_view(body));
         if (text.get()) {
             result.append(text.get());
             have_result = true;

@@ -133,7 +133,7 @@ void table_grid(table* t, int cols, const char* body, const char* filler, str_bu
     for (long long i = 0; i < cells; i++) {
         t->set_current((int)((i % cols) * rows + i / cols));
         if (t->current() < t->count()) {
-            str_holder cell(expand_copy(body));
+            str_holder cell(expand_view(body));
             out.append(cell.get());
         } else {
             out.append("<td>");
@@ -315,7 +315,7 @@ char* op_menu(int count, char** params)
     bool whole = tables_loop(t, [&] {
         for (int i = 0; i < t->count(); i++) {
             t->set_current(i);
-            str_holder piece(expand_copy(params[0]));
+            str_holder piece(expand_view(params[0]));
             if (!str_nonempty(piece.get()))
                 continue;
             if (out.size() > 0)
