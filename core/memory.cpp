@@ -61,17 +61,21 @@ void str_free(void* s)
 
 void str_builder::reserve(size_t size)
 {
-    if (size + 1 > capacity_) {
-        capacity_ = size + 1;
-        data_ = (char*)checked_realloc(data_, capacity_);
-        data_[size_] = '\0';
+    if (size + 1 <= capacity_)
+        return;
+    if (data_ == inline_) {
+        data_ = (char*)checked_malloc(size + 1);
+        memcpy(data_, inline_, size_ + 1);
+    } else {
+        data_ = (char*)checked_realloc(data_, size + 1);
     }
+    capacity_ = size + 1;
 }
 
 void str_builder::append(const char* s, size_t n)
 {
     if (size_ + n + 1 > capacity_)
-        reserve(std::max({capacity_ * 2, size_ + n, (size_t)63}));
+        reserve(std::max(capacity_ * 2, size_ + n));
     memcpy(data_ + size_, s, n);
     size_ += n;
     data_[size_] = '\0';
@@ -83,18 +87,24 @@ void str_builder::append(const char* s)
         append(s, strlen(s));
 }
 
+// A heap text is handed over as it is when it wastes little: shrinking costs a realloc per
+// text, and most texts fill what was reserved for them.
 char* str_builder::take(bool null_if_empty)
 {
     char* out = data_;
-    if (!out && !null_if_empty) {
-        out = (char*)checked_malloc(1);
-        *out = '\0';
-    } else if (out && size_ == 0 && null_if_empty) {
-        str_free(out);
+    if (size_ == 0 && null_if_empty) {
         out = nullptr;
-    } else if (out)
+        if (data_ != inline_)
+            str_free(data_);
+    } else if (data_ == inline_) {
+        out = (char*)checked_malloc(size_ + 1);
+        memcpy(out, inline_, size_ + 1);
+    } else if (capacity_ - size_ - 1 > std::max((size_t)64, size_ / 8)) {
         out = (char*)checked_realloc(out, size_ + 1);
-    data_ = nullptr;
-    size_ = capacity_ = 0;
+    }
+    data_ = inline_;
+    inline_[0] = '\0';
+    size_ = 0;
+    capacity_ = INLINE_SIZE;
     return out;
 }

@@ -50,11 +50,16 @@ private:
     char* s_;
 };
 
-// Builds a long text by appending, growing with amortised doubling.
+// Builds a long text by appending, growing with amortised doubling. The first bytes sit in
+// the builder itself, so a short text costs one allocation, of its exact size, when taken.
 class str_builder {
 public:
     str_builder() = default;
-    ~str_builder() { str_free(data_); }
+    ~str_builder()
+    {
+        if (data_ != inline_)
+            str_free(data_);
+    }
     str_builder(const str_builder&) = delete;
     str_builder& operator=(const str_builder&) = delete;
     // Makes room for size bytes in all, so appending up to there does not reallocate.
@@ -64,15 +69,17 @@ public:
     void append(char c) { append(&c, 1); }
     size_t size() const { return size_; }
     // The text built so far (never null). Ownership: view.
-    const char* view() const { return data_ ? data_ : ""; }
+    const char* view() const { return data_; }
     // Hands the text over and empties the builder: "" when nothing was appended, or null when
     // null_if_empty is set. Ownership: new result.
     char* take(bool null_if_empty);
 
 private:
-    char* data_ = nullptr;
+    static constexpr size_t INLINE_SIZE = 128;
+    char inline_[INLINE_SIZE] = {};
+    char* data_ = inline_;
     size_t size_ = 0;
-    size_t capacity_ = 0;
+    size_t capacity_ = INLINE_SIZE;
 };
 
 #endif
