@@ -27,6 +27,7 @@
 #include "interp/request.h"
 #include "ops/chat_nick.h"
 #include "ops/ops.h"
+#include "ops/reset.h"
 
 namespace {
 
@@ -1060,4 +1061,10 @@ extern constexpr op_row chat_rows[] = {
 void register_chat_ops()
 {
     register_rows(chat_rows);
+}
+
+void chat_reset()
+{
+    str_free(fresh_ticket);
+    fresh_ticket = nullptr;
 }

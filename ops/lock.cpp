@@ -15,6 +15,7 @@
 #include "interp/registry.h"
 #include "interp/request.h"
 #include "ops/ops.h"
+#include "ops/reset.h"
 
 namespace {
 
@@ -91,4 +92,9 @@ extern constexpr op_row lock_rows[] = {
 void register_lock_ops()
 {
     register_rows(lock_rows);
+}
+
+void lock_reset()
+{
+    innermost = nullptr;
 }

@@ -10,6 +10,7 @@
 #include "interp/escape.h"
 #include "interp/registry.h"
 #include "ops/ops.h"
+#include "ops/reset.h"
 
 namespace {
 
@@ -131,4 +132,9 @@ extern constexpr op_row misc_rows[] = {
 void register_misc_ops()
 {
     register_rows(misc_rows);
+}
+
+void misc_reset()
+{
+    alternation = 0;
 }

@@ -17,6 +17,7 @@
 #include "interp/registry.h"
 #include "interp/request.h"
 #include "ops/ops.h"
+#include "ops/reset.h"
 
 namespace {
 
@@ -290,4 +291,10 @@ extern constexpr op_row sql_rows[] = {
 void register_sql_ops()
 {
     register_rows(sql_rows);
+}
+
+void sql_reset()
+{
+    sql_disconnect();
+    status_known = false;
 }

@@ -7,6 +7,7 @@
 #include "core/str.h"
 #include "interp/registry.h"
 #include "ops/ops.h"
+#include "ops/reset.h"
 
 namespace {
 
@@ -99,4 +100,11 @@ extern constexpr op_row switch_rows[] = {
 void register_switch_ops()
 {
     register_rows(switch_rows);
+}
+
+void switch_reset()
+{
+    str_free(slots.matched);
+    str_free(slots.fallback);
+    slots = switch_slots{};
 }
