@@ -3,6 +3,8 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <type_traits>
 #include <utility>
 
 #include "core/charset.h"
@@ -12,10 +14,29 @@
 
 request_record req;
 
+// A member that frees what it owns in its destructor would be freed twice by
+// request_record_reset, which deletes the owned pointers by hand and then rebuilds the record.
+static_assert(std::is_trivially_destructible_v<request_record>);
+
 request_record::request_record()
 {
     log_bind(&page_path, log_names);
     charset_case_bind(&source_charset);
+}
+
+void request_record_reset()
+{
+    str_free(req.content_type);
+    str_free(req.request_uri);
+    str_free(req.page_path);
+    delete req.request_data_variables;
+    delete req.macros;
+    delete req.variables;
+    delete req.tables;
+    // The fields own nothing else, so the record can be rebuilt in place: the default values
+    // of the declaration are then the reset values, and a new field cannot be forgotten.
+    std::destroy_at(&req);
+    std::construct_at(&req);
 }
 
 char* resolve_path(const char* name)

@@ -40,6 +40,8 @@ struct cgi_vars {
     const char* document_root = "";
 };
 
+// Every field is per request: request_record_reset puts the whole record back to the values
+// below, so a field added here needs no line of its own there, unless it owns memory.
 struct request_record {
     // Binds the logs to page_path and log_names, and the case rule to source_charset.
     request_record();
@@ -88,6 +90,13 @@ struct request_record {
 };
 
 extern request_record req;
+
+// Frees what the record owns (the content type, the request URI and page path, the macro
+// table, the variable store, the table registry and its current name, the names of the
+// request-data variables) and builds the record anew, so every field holds its start-up value.
+// The form entries belong to the CGI layer: form_free_all (cgi/form.h) frees them first. Call
+// it between requests only, never while a page is being expanded.
+void request_record_reset();
 
 // The media type of a response nobody set one for.
 constexpr const char* DEFAULT_CONTENT_TYPE = "text/html";
