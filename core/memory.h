@@ -54,7 +54,7 @@ private:
 // the builder itself, so a short text costs one allocation, of its exact size, when taken.
 class str_builder {
 public:
-    str_builder() = default;
+    str_builder() { inline_[0] = '\0'; }
     ~str_builder()
     {
         if (data_ != inline_)
@@ -66,7 +66,13 @@ public:
     void reserve(size_t size);
     void append(const char* s, size_t n);
     void append(const char* s); // null appends nothing
-    void append(char c) { append(&c, 1); }
+    void append(char c)
+    {
+        if (size_ + 2 > capacity_)
+            return append(&c, 1);
+        data_[size_++] = c;
+        data_[size_] = '\0';
+    }
     size_t size() const { return size_; }
     // The text built so far (never null). Ownership: view.
     const char* view() const { return data_; }
@@ -76,7 +82,7 @@ public:
 
 private:
     static constexpr size_t INLINE_SIZE = 128;
-    char inline_[INLINE_SIZE] = {};
+    char inline_[INLINE_SIZE]; // only the bytes up to size_ and its NUL are ever read
     char* data_ = inline_;
     size_t size_ = 0;
     size_t capacity_ = INLINE_SIZE;
