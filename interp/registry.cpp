@@ -169,12 +169,15 @@ std::vector<const operator_entry*> registry_operators()
     return list;
 }
 
-char* call_operator(const char* name, int count, char** params)
+namespace {
+
+// call_operator, with the entry of name when the caller knows it already.
+char* call_known(const operator_entry* known, const char* name, int count, char** params)
 {
     // Refused calls leave the counter raised on purpose: it counts nesting plus every refusal.
     if (++req.depth > MAX_DEPTH)
         return page_error("[infinite operator recursion detected]");
-    const operator_entry* entry = registry_find(name);
+    const operator_entry* entry = known ? known : registry_find(name);
     if (!entry) // a null name shows as "[invalid operator " alone
         return name ? page_error("[invalid operator %s]", name) : page_error("[invalid operator ");
     depth_guard leave;
@@ -188,6 +191,13 @@ char* call_operator(const char* name, int count, char** params)
     if (row.flags & REQUEST_DATA)
         request_data_note();
     return result;
+}
+
+} // namespace
+
+char* call_operator(const char* name, int count, char** params)
+{
+    return call_known(nullptr, name, count, params);
 }
 
 namespace {
@@ -332,6 +342,71 @@ char* expand_copy(const char* text)
 char* expand_view(const char* text)
 {
     return text ? expand_bytes(text, strlen(text), expand_mode::PLAIN) : nullptr;
+}
+
+expansion_plan::expansion_plan(const char* text) : text_(text)
+{
+    if (!text)
+        return;
+    size_ = strlen(text);
+    call_scanner scanner(text, size_);
+    size_t i = 0;
+    while (i < size_) {
+        const char* caret = (const char*)memchr(text + i, '^', size_ - i);
+        size_t at = caret ? caret - text : size_;
+        if (at > i)
+            steps_.push_back({i, at - i, -1, 0, nullptr});
+        i = at;
+        if (i >= size_)
+            break;
+        size_t first = params_.size();
+        caret_scan found = scanner.read(i, [&](size_t start, size_t end) {
+            params_.push_back({start, end});
+        });
+        if (found.kind != caret_kind::CALL)
+            params_.resize(first);
+        if (found.kind == caret_kind::ESCAPE) {
+            if (i + 1 < size_)
+                steps_.push_back({i + 1, 1, -1, 0, nullptr});
+            i += 2;
+            continue;
+        }
+        if (found.kind != caret_kind::CALL) {
+            steps_.push_back({i, 1, -1, 0, nullptr}); // the caret itself, as text
+            i++;
+            continue;
+        }
+        int count = (int)(params_.size() - first);
+        steps_.push_back({i + 1, found.open - i - 1, (int)first, count, nullptr});
+        i = found.close + 1;
+        ends_with_call_ = i >= size_;
+    }
+}
+
+char* expansion_plan::expand()
+{
+    if (!text_)
+        return nullptr;
+    str_builder out;
+    out.reserve(size_);
+    page_line_scope keep_line;
+    for (step& s : steps_) {
+        if (s.first_param < 0) {
+            out.append(text_ + s.start, s.length);
+            continue;
+        }
+        param_slots params;
+        for (int k = 0; k < s.param_count; k++) {
+            const range& r = params_[s.first_param + k];
+            params.slots[params.count++] = copy_range(text_ + r.start, (int)(r.end - r.start));
+        }
+        call_name name(text_ + s.start, s.length);
+        if (!s.entry)
+            s.entry = registry_find(name.get());
+        str_holder result(call_known(s.entry, name.get(), params.count, params.slots));
+        out.append(result.get());
+    }
+    return out.take(ends_with_call_);
 }
 
 int param_int(int count, char** params, int i)

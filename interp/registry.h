@@ -154,6 +154,38 @@ char* expand_copy(const char* text);
 // Ownership: borrows text, new result.
 char* expand_view(const char* text);
 
+// A text read once by the call scanner and then expanded any number of times, as a loop
+// expands its body once per pass: each expansion gives what expand_view gives, without
+// scanning the text again or looking up again an operator it found before.
+// Requires: text outlives the plan and does not change while it lives.
+class expansion_plan {
+public:
+    explicit expansion_plan(const char* text);
+    expansion_plan(const expansion_plan&) = delete;
+    expansion_plan& operator=(const expansion_plan&) = delete;
+    // As expand_view(text). Ownership: new result.
+    char* expand();
+
+private:
+    // Bytes of the text written as they stand, or a call.
+    struct step {
+        size_t start;                // the literal's or the name's first byte
+        size_t length;               // the literal's or the name's length
+        int first_param;             // a call's first parameter in params_; -1 for a literal
+        int param_count;             // a call's parameter count
+        const operator_entry* entry; // the operator once found: entries are never removed
+    };
+    // A parameter's bytes [start, end) in the text.
+    struct range {
+        size_t start, end;
+    };
+    const char* text_;
+    size_t size_ = 0;
+    bool ends_with_call_ = false;
+    std::vector<step> steps_;
+    std::vector<range> params_;
+};
+
 // ---- parameter accessors for handlers ---------------------------------------------------
 
 // Parameter i, or null when the call has fewer. Ownership: view.

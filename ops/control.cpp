@@ -163,10 +163,11 @@ char* op_while(int, char** params)
     if (!params[0])
         return nullptr;
     str_builder result;
+    expansion_plan condition_plan(params[0]), body_plan(params[1]);
     for (int pass = 1;; pass++) {
         if (pass > MAX_WHILE_PASSES)
             return page_error("[while: endless loop detected]");
-        str_holder condition(expand_view(params[0]));
+        str_holder condition(condition_plan.expand());
         if (!str_nonempty(expr_strip(condition.get())))
             break;
         double value;
@@ -175,7 +176,7 @@ char* op_while(int, char** params)
             return error;
         if (value == 0)
             break;
-        str_holder body(expand_view(params[1]));
+        str_holder body(body_plan.expand());
         result.append(body.get());
     }
     return result.take(true);
@@ -195,14 +196,14 @@ char* op_for(int count, char** params)
     if (char* error = control_eval(to_text, "for to", to))
         return error;
     loop_variable variable(name);
-    const char* body = param_text(count, params, 3);
+    expansion_plan body(param_text(count, params, 3));
     str_builder result;
     bool have_result = false; // an earlier body produced text
     for (int64_t i = expr_to_int(from); i <= expr_to_int(to); i++) {
         variable.set((int)i);
         if (have_result)
             result.append(separator);
-        str_holder text(expand_view(body));
+        str_holder text(body.expand());
         if (text.get()) {
             result.append(text.get());
             have_result = true;

@@ -126,14 +126,15 @@ void config_edit(table* t, int count, char** params)
 // ---- grid -------------------------------------------------------------------------------
 
 // Fills the grid column by column: cell i shows row (i mod cols) x rows + i / cols.
-void table_grid(table* t, int cols, const char* body, const char* filler, str_builder& out)
+void table_grid(table* t, int cols, const char* body_text, const char* filler, str_builder& out)
 {
+    expansion_plan body(body_text);
     long long rows = ((long long)cols + t->count() - 1) / int_max(cols, 1);
     long long cells = cols * rows;
     for (long long i = 0; i < cells; i++) {
         t->set_current((int)((i % cols) * rows + i / cols));
         if (t->current() < t->count()) {
-            str_holder cell(expand_view(body));
+            str_holder cell(body.expand());
             out.append(cell.get());
         } else {
             out.append("<td>");
@@ -312,10 +313,11 @@ char* op_menu(int count, char** params)
         return nullptr;
     int saved = t->current();
     str_builder out;
+    expansion_plan body(params[0]);
     bool whole = tables_loop(t, [&] {
         for (int i = 0; i < t->count(); i++) {
             t->set_current(i);
-            str_holder piece(expand_view(params[0]));
+            str_holder piece(body.expand());
             if (!str_nonempty(piece.get()))
                 continue;
             if (out.size() > 0)
