@@ -87,11 +87,11 @@ struct param_slots {
     }
 };
 
-// A copy of len bytes at p; null when len is not positive. Unlike str_sub it never measures
-// the rest of the text, which may be the whole page.
+// A copy of len bytes at p, which hold no NUL; null when len is not positive. Unlike str_sub
+// it never measures the rest of the text, which may be the whole page.
 char* copy_range(const char* p, int len)
 {
-    return len > 0 ? str_dup_n(p, len) : nullptr;
+    return len > 0 ? str_copy_bytes(p, (size_t)len) : nullptr;
 }
 
 // Lowers the nesting counter when a dispatched call ends, by return or by exception, and
