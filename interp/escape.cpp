@@ -103,6 +103,18 @@ int escape_javascript_safe(str_builder& out, const char* p, bool utf8)
     return 1;
 }
 
+// Whether text holds a byte that the safe form of mode writes differently from the default
+// one. Only then is TESSEL_SAFE_ESCAPING read: reading it walks the environment, and most
+// inserted texts hold no such byte.
+bool escape_safe_matters(const char* text, int mode)
+{
+    if (mode == ESCAPE_MODE_HTML)
+        return strpbrk(text, "'&") != nullptr;
+    if (mode == ESCAPE_MODE_JAVASCRIPT)
+        return strpbrk(text, "\"'<>&\xD1\xFF\xE2") != nullptr;
+    return false;
+}
+
 // The copying modes build a new string; the result is never null for a non-null text.
 char* escape_copying(const char* text, int mode, bool safe)
 {
@@ -156,7 +168,8 @@ char* escape_apply(char* text, bool tab_fix)
         str_replace_char(text, '\t', ' ');
         str_replace_char(text, '\n', ' ');
     } else if (mode != ESCAPE_MODE_NONE) {
-        result = escape_copying(text, mode, setting_on("TESSEL_SAFE_ESCAPING"));
+        bool safe = escape_safe_matters(text, mode) && setting_on("TESSEL_SAFE_ESCAPING");
+        result = escape_copying(text, mode, safe);
     }
     if (tab_fix) {
         if (result == text)
