@@ -7,6 +7,7 @@
 
 #include "cgi/response.h"
 #include "core/number.h"
+#include "core/run.h"
 #include "core/setting.h"
 #include "core/str.h"
 #include "interp/request.h"
@@ -71,7 +72,7 @@ void fatal_error(int status, const char* shown, const char* format, ...)
     // An operator that wrote a whole response of its own (a download, a picture) switched the
     // page's output off: an error page would only be appended to that response's body.
     if (safe && !req.output_enabled)
-        exit(253);
+        run_end(253);
     if (safe) {
         str_holder line(str_join(fmt_int(status).text, " ", fatal_reason(status), nullptr));
         response_header("Status", line.get());
@@ -86,5 +87,5 @@ void fatal_error(int status, const char* shown, const char* format, ...)
         fputs(message, out);
     fputs("</h2></body></html>\n", out);
     fflush(out);
-    exit(253);
+    run_end(253);
 }

@@ -6,6 +6,7 @@
 
 #include "cgi/dispatch.h"
 #include "core/charset.h"
+#include "core/environment.h"
 #include "core/str.h"
 
 namespace {
@@ -29,7 +30,7 @@ const char* request_page_file()
     const char* page = dispatch_page_file(translated, getenv("SCRIPT_FILENAME"));
     if (page == translated || !*page)
         return translated;
-    setenv("PATH_TRANSLATED", page, 1);
+    env_set("PATH_TRANSLATED", page);
     if (!str_nonempty(getenv("TESSEL_STATE_DIR")))
         dispatch_enter_program_folder();
     return cgi_var("PATH_TRANSLATED");

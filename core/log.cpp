@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "core/local_time.h"
+#include "core/run.h"
 
 namespace {
 
@@ -131,5 +132,5 @@ void log_fatal(const char* format, ...)
     va_start(args, format);
     write_log_line(LOG_ERROR, format, args);
     va_end(args);
-    exit(254);
+    run_end_spoiled(254);
 }

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "core/number.h"
+#include "core/run.h"
 #include "core/sorted_map.h"
 #include "core/str.h"
 #include "core/table.h"
@@ -582,9 +583,7 @@ void divisor_check(int b)
 {
     if (b != 0)
         return;
-    signal(SIGFPE, SIG_DFL);
-    raise(SIGFPE);
-    _exit(128 + SIGFPE); // not reached: the default action ends the process
+    run_end_by_signal(SIGFPE);
 }
 
 } // namespace

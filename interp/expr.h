@@ -69,7 +69,8 @@ int expr_to_int(double value);
 // Integer quotient and remainder of 32-bit values, wrapping around as the other 32-bit
 // operations do (INT_MIN / -1 is INT_MIN, INT_MIN % -1 is 0). A zero divisor ends the process
 // with SIGFPE, deliberately: the signal is raised explicitly, with its default action, so
-// every build (sanitizers included) faults alike instead of relying on undefined behaviour.
+// every build (sanitizers included) faults alike instead of relying on undefined behaviour
+// (run_end_by_signal, core/run.h: a resident worker answers the request first).
 int expr_int_divide(int a, int b);
 int expr_int_remainder(int a, int b);
 

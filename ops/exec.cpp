@@ -10,6 +10,7 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "core/environment.h"
 #include "core/str.h"
 #include "interp/registry.h"
 #include "interp/request.h"
@@ -28,16 +29,16 @@ public:
         : name_(name), had_(getenv(name) != nullptr), saved_(str_dup(getenv(name)))
     {
         if (value)
-            setenv(name, value, 1);
+            env_set(name, value);
         else
-            unsetenv(name);
+            env_unset(name);
     }
     ~env_override()
     {
         if (had_)
-            setenv(name_, str_or_empty(saved_.get()), 1);
+            env_set(name_, str_or_empty(saved_.get()));
         else
-            unsetenv(name_);
+            env_unset(name_);
     }
     env_override(const env_override&) = delete;
     env_override& operator=(const env_override&) = delete;

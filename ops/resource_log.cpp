@@ -26,6 +26,17 @@ struct resource_log_settings {
     double memory_threshold = 0;
 } settings;
 
+// The process's usage when the request began: nothing for the CGI program, whose request is
+// its whole life; a resident worker's earlier requests otherwise.
+struct rusage baseline = {};
+
+// a - b, for a timeval of a later reading.
+struct timeval usage_since(const struct timeval& a, const struct timeval& b)
+{
+    long usec = (a.tv_sec - b.tv_sec) * 1000000L + (a.tv_usec - b.tv_usec);
+    return {usec / 1000000L, usec % 1000000L};
+}
+
 // The template with its first "%s" replaced by name, cut to fit path. Written into a fixed
 // buffer: the log may be written on the way out after memory ran out.
 void resource_log_path(const char* name, char (&path)[PATH_MAX])
@@ -103,6 +114,12 @@ void resource_log_start()
     started = true;
 }
 
+void resource_log_request_start()
+{
+    resource_log_setup(RESOURCE_LOG_TEMPLATE, RESOURCE_LOG_CPU_SECONDS, RESOURCE_LOG_MEMORY);
+    getrusage(RUSAGE_SELF, &baseline);
+}
+
 void resource_log_setup(const char* path_template, double cpu_threshold, double memory_threshold)
 {
     str_free(settings.path_template);
@@ -121,8 +138,12 @@ void resource_log_finish()
     if (!settings.path_template)
         return;
     struct rusage usage;
-    if (getrusage(RUSAGE_SELF, &usage) == 0 && resource_log_expensive(usage))
-        resource_log_append(usage);
+    if (getrusage(RUSAGE_SELF, &usage) == 0) {
+        usage.ru_utime = usage_since(usage.ru_utime, baseline.ru_utime);
+        usage.ru_stime = usage_since(usage.ru_stime, baseline.ru_stime);
+        if (resource_log_expensive(usage))
+            resource_log_append(usage);
+    }
     str_free(settings.path_template);
     settings.path_template = nullptr;
 }

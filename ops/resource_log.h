@@ -18,6 +18,11 @@ constexpr double RESOURCE_LOG_MEMORY = 1024.0;
 // after every other exit action, however the process exits (also through exit()).
 void resource_log_start();
 
+// A resident worker's request: sets up the log with the fixed settings and counts the CPU time
+// from now on, so that resource_log_finish, called at the request's end, writes the line for
+// this request alone.
+void resource_log_request_start();
+
 // Replaces the settings. Ownership: borrows path_template.
 void resource_log_setup(const char* path_template, double cpu_threshold, double memory_threshold);
 

@@ -19,6 +19,7 @@
 #include "cgi/log.h"
 #include "cgi/request.h"
 #include "cgi/response.h"
+#include "core/environment.h"
 #include "core/file.h"
 #include "core/log.h"
 #include "core/number.h"
@@ -130,15 +131,22 @@ int serve_request()
 {
     tune_allocator();
     signal(SIGXCPU, on_cpu_limit);
+    return serve_request_from(stdin, stdout);
+}
+
+int serve_request_from(FILE* in, FILE* out)
+{
     umask(002);
     request_init();
+    req.input_stream = in;
+    req.output_stream = out;
     if (read_form_input() != 0) {
         form_free_all();
         return 255;
     }
     render_page();
     form_free_all();
-    fflush(stdout);
+    fflush(out);
     return 0;
 }
 
@@ -153,7 +161,7 @@ void apply_profile()
             break;
         char* value = str_cut_at(line, '=');
         if (value)
-            setenv(line, value, 1);
+            env_set(line, value);
     }
     str_free(text);
 }

@@ -13,7 +13,7 @@ port=${PORT:-8080}
 db_port=${DB_PORT:-3307}
 
 ensure_packages build-essential cmake python3 apache2 apache2-utils curl mariadb-server \
-    libmariadb-dev libgd-dev libcrypt-dev
+    libmariadb-dev libgd-dev libcrypt-dev libfcgi-dev
 
 build=${BUILD_DIR:-build}
 cmake -S . -B "$build" -DBUILD_TESTING=OFF >/dev/null

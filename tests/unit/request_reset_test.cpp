@@ -10,6 +10,7 @@
 
 #include "cgi/form.h"
 #include "cgi/request.h"
+#include "core/environment.h"
 #include "core/str.h"
 #include "interp/expr.h"
 #include "interp/macros.h"
@@ -80,10 +81,10 @@ const piece PIECES[] = {
      [] { req.request_uri = str_dup("/a.html"), req.page_path = str_dup("/srv/a.html"); },
      [] { return !req.request_uri && !req.page_path; }},
     {"CGI variables and code pages",
-     [] { setenv("QUERY_STRING", "q", 1), setenv("CHARSET", "KOI", 1), request_init(); },
+     [] { env_set("QUERY_STRING", "q"), env_set("CHARSET", "KOI"), request_init(); },
      [] { return *req.cgi.query_string == '\0' && req.output_charset == 0 && !req.output_stream; }},
     {"the environment .profile set",
-     [] { profile("TESSEL_RESET_NEW=1\nHOME=/elsewhere\n"), unsetenv("TESSEL_RESET_GONE"); },
+     [] { profile("TESSEL_RESET_NEW=1\nHOME=/elsewhere\n"), env_unset("TESSEL_RESET_GONE"); },
      [] {
          return env_is("TESSEL_RESET_NEW", nullptr) && env_is("HOME", "/home/reset") &&
                 env_is("TESSEL_RESET_GONE", "1");
@@ -112,8 +113,8 @@ TEST(RequestReset, EveryPieceReadsFreshAfterTheReset)
         EXPECT_TRUE(p.fresh());
     }
     request_reset();
-    unsetenv("TESSEL_RESET_GONE");
-    setenv("HOME", home.c_str(), 1);
+    env_unset("TESSEL_RESET_GONE");
+    env_set("HOME", home.c_str());
 }
 
 } // namespace

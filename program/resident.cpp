@@ -1,0 +1,68 @@
+// A resident worker's request, served as a fresh CGI process would serve it.
+#include "program/resident.h"
+
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <exception>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "cgi/state_dir.h"
+#include "core/environment.h"
+#include "core/run.h"
+#include "ops/resource_log.h"
+#include "program/page.h"
+#include "program/reset.h"
+
+namespace {
+
+int start_folder = -1; // the folder every request starts in, open
+
+} // namespace
+
+void resident_start()
+{
+    run_set_resident(true);
+    request_env_remember();
+    start_folder = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+}
+
+resident_answer resident_serve(char** params, FILE* in, FILE* out)
+{
+    env_begin_request(params);
+    tzset(); // the C library reads TZ once otherwise, and a request may name another zone
+    if (start_folder >= 0) {
+        [[maybe_unused]] int ignored = fchdir(start_folder); // gone: the request runs where it is
+    }
+    resource_log_request_start();
+    resident_answer answer;
+    try {
+        state_dir_enter();
+        answer.status = serve_request_from(in, out);
+    } catch (const run_ended& ended) {
+        answer = {ended.status, ended.signal, ended.worker_spoiled};
+    } catch (const std::exception&) {
+        // The CGI program would have ended with an uncaught exception: abort().
+        answer = {128 + SIGABRT, SIGABRT, true};
+    }
+    fflush(out);
+    resource_log_finish(); // reads the request's REQUEST_URI and SERVER_NAME
+    request_reset();
+    return answer;
+}
+
+bool resident_response_complete(const char* response, size_t size)
+{
+    // An empty line: the first one, or a line break right after another.
+    const char* end = response + size;
+    for (const char* line = response; line < end;) {
+        const char* stop = (const char*)memchr(line, '\n', end - line);
+        if (!stop)
+            return false;
+        if (stop == line || (stop == line + 1 && *line == '\r'))
+            return true;
+        line = stop + 1;
+    }
+    return false;
+}
