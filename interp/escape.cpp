@@ -103,6 +103,46 @@ int escape_javascript_safe(str_builder& out, const char* p, bool utf8)
     return 1;
 }
 
+// The bytes a copying mode writes differently from themselves, and NUL, which ends the text:
+// a text is copied in runs up to the next such byte, found with one table lookup a byte.
+struct byte_set {
+    bool member[256] = {};
+    constexpr explicit byte_set(const char* bytes)
+    {
+        member[0] = true;
+        for (const char* p = bytes; *p; p++)
+            member[(unsigned char)*p] = true;
+    }
+};
+
+constexpr byte_set HTML_BYTES("\t\"<>");
+constexpr byte_set HTML_SAFE_BYTES("\t\"<>'&");
+constexpr byte_set SQL_BYTES("\t\n\r\"'\\");
+constexpr byte_set JAVASCRIPT_BYTES("\n\r\"'\\\xD1\xFF");
+constexpr byte_set JAVASCRIPT_SAFE_BYTES("\n\r\"'\\<>&\xE2");
+// What either form of "javascript" may change: a text without them comes out as it went in.
+constexpr byte_set JAVASCRIPT_EITHER_BYTES("\n\r\"'\\\xD1\xFF<>&\xE2");
+
+// The bytes that mode (html, sql or javascript) changes, in its safe form when safe is set,
+// or in either form when either is set.
+const byte_set& escape_changed_bytes(int mode, bool safe, bool either = false)
+{
+    if (mode == ESCAPE_MODE_HTML)
+        return safe || either ? HTML_SAFE_BYTES : HTML_BYTES;
+    if (mode == ESCAPE_MODE_SQL)
+        return SQL_BYTES;
+    return either ? JAVASCRIPT_EITHER_BYTES : safe ? JAVASCRIPT_SAFE_BYTES : JAVASCRIPT_BYTES;
+}
+
+// The length of the run at text that holds no byte of set.
+size_t escape_run(const char* text, const byte_set& set)
+{
+    const char* p = text;
+    while (!set.member[(unsigned char)*p])
+        p++;
+    return (size_t)(p - text);
+}
+
 // Whether text holds a byte that the safe form of mode writes differently from the default
 // one. Only then is TESSEL_SAFE_ESCAPING read: reading it walks the environment, and most
 // inserted texts hold no such byte.
@@ -115,21 +155,36 @@ bool escape_safe_matters(const char* text, int mode)
     return false;
 }
 
-// The copying modes build a new string; the result is never null for a non-null text.
-char* escape_copying(const char* text, int mode, bool safe)
+// Appends the replacement of the changed byte at p; returns the number of bytes consumed.
+int escape_one(str_builder& out, const char* p, int mode, bool safe, bool utf8)
 {
-    str_builder out;
+    if (safe && mode == ESCAPE_MODE_JAVASCRIPT)
+        return escape_javascript_safe(out, p, utf8);
+    if (safe && mode == ESCAPE_MODE_HTML)
+        escape_html_safe(out, *p);
+    else
+        escape_byte(out, *p, mode);
+    return 1;
+}
+
+// The copying modes build a new string; the result is never null for a non-null text. The
+// first clean bytes hold nothing that either form of mode changes.
+char* escape_copying(const char* text, size_t clean, int mode)
+{
+    bool safe = escape_safe_matters(text + clean, mode) && setting_on("TESSEL_SAFE_ESCAPING");
+    const byte_set& changed = escape_changed_bytes(mode, safe);
     bool utf8 = escape_page_may_be_utf8();
-    for (const char* p = text; *p;) {
-        if (safe && mode == ESCAPE_MODE_JAVASCRIPT) {
-            p += escape_javascript_safe(out, p, utf8);
-        } else {
-            if (safe && mode == ESCAPE_MODE_HTML)
-                escape_html_safe(out, *p);
-            else
-                escape_byte(out, *p, mode);
-            p++;
-        }
+    str_builder out;
+    const char* p = text;
+    size_t run = clean;
+    for (;;) {
+        run += escape_run(p + run, changed);
+        out.append(p, run);
+        p += run;
+        if (!*p)
+            break;
+        p += escape_one(out, p, mode, safe, utf8);
+        run = 0;
     }
     return out.take(false);
 }
@@ -168,8 +223,7 @@ char* escape_apply(char* text, bool tab_fix)
         str_replace_char(text, '\t', ' ');
         str_replace_char(text, '\n', ' ');
     } else if (mode != ESCAPE_MODE_NONE) {
-        bool safe = escape_safe_matters(text, mode) && setting_on("TESSEL_SAFE_ESCAPING");
-        result = escape_copying(text, mode, safe);
+        result = escape_copying(text, 0, mode);
     }
     if (tab_fix) {
         if (result == text)
@@ -181,6 +235,16 @@ char* escape_apply(char* text, bool tab_fix)
 
 char* escape_take(char* text)
 {
+    int mode = req.escape_mode;
+    if (text && mode >= ESCAPE_MODE_HTML && mode <= ESCAPE_MODE_JAVASCRIPT) {
+        // Most inserted texts hold nothing to change: they are their own result, uncopied.
+        size_t clean = escape_run(text, escape_changed_bytes(mode, false, true));
+        if (!text[clean])
+            return text;
+        char* escaped = escape_copying(text, clean, mode);
+        str_free(text);
+        return escaped;
+    }
     char* escaped = escape_apply(text, false);
     if (escaped != text)
         str_free(text);

@@ -60,8 +60,9 @@ private:
 char* escape_apply(char* text, bool tab_fix);
 
 // Escapes text by the current mode (escape_apply without the tab fix): what an operator does
-// with data it inserts into the page. Null for null text or a mode outside 1..5.
-// Ownership: takes text, new result.
+// with data it inserts into the page. Null for null text or a mode outside 1..5. A text that
+// holds nothing the mode changes is its own result, with no copy.
+// Ownership: takes text, new result (possibly text itself).
 char* escape_take(char* text);
 
 // Request data that the engine has always inserted as it came (the URI, the query string, an

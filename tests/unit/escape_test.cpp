@@ -101,6 +101,36 @@ TEST(Escape, SafeJavascriptLineSeparatorsOnlyWhereThePageMayBeUtf8)
     unsetenv("TESSEL_SAFE_ESCAPING");
 }
 
+// Each mode, with and without the setting, changes exactly its own bytes and copies the rest
+// as they stand, whatever comes before and after them.
+TEST(Escape, EachModeChangesExactlyItsBytes)
+{
+    struct {
+        int mode;
+        bool safe;
+        const char* changed;
+    } cases[] = {
+        {ESCAPE_MODE_HTML, false, "\t\"<>"},
+        {ESCAPE_MODE_HTML, true, "\t\"<>'&"},
+        {ESCAPE_MODE_SQL, false, "\t\n\r\"'\\"},
+        {ESCAPE_MODE_SQL, true, "\t\n\r\"'\\"},
+        {ESCAPE_MODE_JAVASCRIPT, false, "\n\r\"'\\\xD1\xFF"},
+        {ESCAPE_MODE_JAVASCRIPT, true, "\n\r\"'\\<>&"},
+    };
+    for (const auto& c : cases) {
+        escape_mode_scope scope(c.mode);
+        if (c.safe)
+            setenv("TESSEL_SAFE_ESCAPING", "1", 1);
+        for (int byte = 1; byte < 256; byte++) {
+            std::string text = "plain " + std::string(1, (char)byte) + " text";
+            bool changed = own(escape_take(str_dup(text.c_str()))) != text;
+            EXPECT_EQ(changed, strchr(c.changed, byte) != nullptr)
+                << "mode " << c.mode << " safe " << c.safe << " byte " << byte;
+        }
+        unsetenv("TESSEL_SAFE_ESCAPING");
+    }
+}
+
 TEST(Escape, UrlDecode)
 {
     EXPECT_EQ(own(url_decode("a+b%20c%2fd%2F")), "a b c/d/");
