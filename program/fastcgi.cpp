@@ -323,6 +323,13 @@ resident_answer serve_accepted(FCGX_Request& request, const fastcgi_options& opt
 // A worker: serves requests until SIGTERM, or until a request spoils it.
 [[noreturn]] void worker_run(int listener, const fastcgi_options& options)
 {
+    // The programs a page runs read the request body from standard input under the CGI program;
+    // here the body is libfcgi's, and they read nothing rather than the parent's input.
+    int nothing = open("/dev/null", O_RDONLY);
+    if (nothing > 0 && listener != 0) {
+        dup2(nothing, 0);
+        close(nothing);
+    }
     if (options.memory_limit > 0) {
         rlimit limit = {(rlim_t)options.memory_limit, (rlim_t)options.memory_limit};
         setrlimit(RLIMIT_AS, &limit);
