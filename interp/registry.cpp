@@ -87,13 +87,6 @@ struct param_slots {
     }
 };
 
-// A copy of len bytes at p, which hold no NUL; null when len is not positive. Unlike str_sub
-// it never measures the rest of the text, which may be the whole page.
-char* copy_range(const char* p, int len)
-{
-    return len > 0 ? str_copy_bytes(p, (size_t)len) : nullptr;
-}
-
 // Lowers the nesting counter when a dispatched call ends, by return or by exception, and
 // gives the enclosing call back its own start for request_data_in_call.
 struct depth_guard {
@@ -171,26 +164,77 @@ std::vector<const operator_entry*> registry_operators()
 
 namespace {
 
-// call_operator, with the entry of name when the caller knows it already.
-char* call_known(const operator_entry* known, const char* name, int count, char** params)
+// The entry to call for name, the one the caller knows already when it does, after the
+// depth check; null with *error set when the call is refused.
+const operator_entry* call_entry(const operator_entry* known, const char* name, char** error)
 {
     // Refused calls leave the counter raised on purpose: it counts nesting plus every refusal.
-    if (++req.depth > MAX_DEPTH)
-        return page_error("[infinite operator recursion detected]");
+    if (++req.depth > MAX_DEPTH) {
+        *error = page_error("[infinite operator recursion detected]");
+        return nullptr;
+    }
     const operator_entry* entry = known ? known : registry_find(name);
     if (!entry) // a null name shows as "[invalid operator " alone
-        return name ? page_error("[invalid operator %s]", name) : page_error("[invalid operator ");
-    depth_guard leave;
-    const op_row& row = *entry->row;
-    if (!(row.flags & RAW_PARAMS))
-        for (int i = 0; i < count; i++)
-            expand_param(params, i);
+        *error =
+            name ? page_error("[invalid operator %s]", name) : page_error("[invalid operator ");
+    return entry;
+}
+
+// Runs row's handler on parameters already expanded (unless raw), after the count check.
+char* call_handler(const op_row& row, const char* name, int count, char** params)
+{
     if (row.param_count != 0 && row.param_count != count)
         return page_error("[invalid parameters to operator %s]", name);
     char* result = row.handler(count, params);
     if (row.flags & REQUEST_DATA)
         request_data_note();
     return result;
+}
+
+// call_operator, with the entry of name when the caller knows it already.
+char* call_known(const operator_entry* known, const char* name, int count, char** params)
+{
+    char* error = nullptr;
+    const operator_entry* entry = call_entry(known, name, &error);
+    if (!entry)
+        return error;
+    depth_guard leave;
+    const op_row& row = *entry->row;
+    if (!(row.flags & RAW_PARAMS))
+        for (int i = 0; i < count; i++)
+            expand_param(params, i);
+    return call_handler(row, name, count, params);
+}
+
+char* expand_bytes(const char* text, size_t size, expand_mode mode); // calls call_ranges
+
+// Parameter bytes [p, p + n) as the handler receives them: expanded, or copied for a raw
+// operator; null when empty.
+char* param_from_bytes(const char* p, size_t n, bool raw)
+{
+    if (n == 0)
+        return nullptr;
+    return raw ? str_copy_bytes(p, n) : expand_bytes(p, n, expand_mode::PLAIN);
+}
+
+// A call whose parameters are count ranges of text: as call_known, but each parameter is
+// expanded straight from its bytes (or copied, for a raw operator), with no copy to expand.
+char* call_ranges(const operator_entry* known, const char* name, const char* text,
+                  const text_range* ranges, int count)
+{
+    char* error = nullptr;
+    const operator_entry* entry = call_entry(known, name, &error);
+    if (!entry)
+        return error;
+    depth_guard leave;
+    const op_row& row = *entry->row;
+    bool raw = row.flags & RAW_PARAMS;
+    param_slots params;
+    for (int k = 0; k < count; k++) {
+        const text_range& r = ranges[k];
+        params.slots[params.count++] = param_from_bytes(text + r.start, r.end - r.start, raw);
+    }
+    return call_handler(row, name, count, params.slots);
 }
 
 } // namespace
@@ -225,8 +269,11 @@ private:
 };
 
 // Expands size bytes at text into out. The text is only read, so its owner keeps it. True
-// when the text ends with a call: the result is then null if it came out empty.
-bool expand_into(str_builder& out, const char* text, size_t size, expand_mode mode)
+// when the text ends with a call: the result is then null if it came out empty. When whole is
+// given and the text is one call and nothing else, that call's result is put there instead of
+// into out: it is the whole expansion, with no copy.
+bool expand_into(str_builder& out, const char* text, size_t size, expand_mode mode,
+                 str_holder* whole = nullptr)
 {
     call_scanner scanner(text, size);
     size_t i = 0;
@@ -234,6 +281,7 @@ bool expand_into(str_builder& out, const char* text, size_t size, expand_mode mo
     page_line_scope keep_line;
     if (mode == expand_mode::PAGE)
         req.page_line = 1;
+    text_range ranges[MAX_PARAMS + 1];
     while (i < size) {
         const char* caret = (const char*)memchr(text + i, '^', size - i);
         size_t at = caret ? caret - text : size;
@@ -241,9 +289,9 @@ bool expand_into(str_builder& out, const char* text, size_t size, expand_mode mo
         i = at;
         if (i >= size)
             break;
-        param_slots params;
+        int count = 0;
         caret_scan found = scanner.read(i, [&](size_t start, size_t end) {
-            params.slots[params.count++] = copy_range(text + start, (int)(end - start));
+            ranges[count++] = {start, end};
         });
         if (found.kind == caret_kind::ESCAPE) {
             if (i + 1 < size)
@@ -262,8 +310,11 @@ bool expand_into(str_builder& out, const char* text, size_t size, expand_mode mo
                 req.page_line += text[counted] == '\n';
         }
         unsigned reads_before = req.request_data_reads;
-        str_holder result(call_operator(name.get(), params.count, params.slots));
-        if (mode == expand_mode::QUOTE_REQUEST_DATA && req.request_data_reads != reads_before)
+        str_holder result(call_ranges(nullptr, name.get(), text, ranges, count));
+        bool sole = i == 0 && found.close + 1 == size;
+        if (sole && whole)
+            whole->reset(result.release());
+        else if (mode == expand_mode::QUOTE_REQUEST_DATA && req.request_data_reads != reads_before)
             append_quoted(out, result.get());
         else
             out.append(result.get());
@@ -280,8 +331,14 @@ char* expand_bytes(const char* text, size_t size, expand_mode mode)
     if (!memchr(text, '^', size))
         return str_copy_bytes(text, size);
     str_builder out;
-    out.reserve(size); // most pages come out about as long as they went in
-    bool ends_with_call = expand_into(out, text, size, mode);
+    str_holder whole;
+    // A text that is one call, as most parameters with a call are, is that call's result.
+    bool may_be_one_call = mode == expand_mode::PLAIN && text[0] == '^' && text[size - 1] == ']';
+    if (!may_be_one_call)
+        out.reserve(size); // most pages come out about as long as they went in
+    bool ends_with_call = expand_into(out, text, size, mode, may_be_one_call ? &whole : nullptr);
+    if (str_nonempty(whole.get()))
+        return whole.release();
     return out.take(ends_with_call);
 }
 
@@ -395,15 +452,11 @@ char* expansion_plan::expand()
             out.append(text_ + s.start, s.length);
             continue;
         }
-        param_slots params;
-        for (int k = 0; k < s.param_count; k++) {
-            const range& r = params_[s.first_param + k];
-            params.slots[params.count++] = copy_range(text_ + r.start, (int)(r.end - r.start));
-        }
         call_name name(text_ + s.start, s.length);
         if (!s.entry)
             s.entry = registry_find(name.get());
-        str_holder result(call_known(s.entry, name.get(), params.count, params.slots));
+        const text_range* ranges = s.param_count ? &params_[s.first_param] : nullptr;
+        str_holder result(call_ranges(s.entry, name.get(), text_, ranges, s.param_count));
         out.append(result.get());
     }
     return out.take(ends_with_call_);

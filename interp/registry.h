@@ -154,6 +154,11 @@ char* expand_copy(const char* text);
 // Ownership: borrows text, new result.
 char* expand_view(const char* text);
 
+// The bytes [start, end) of a text: where a call's parameter lies in the text around it.
+struct text_range {
+    size_t start, end;
+};
+
 // A text read once by the call scanner and then expanded any number of times, as a loop
 // expands its body once per pass: each expansion gives what expand_view gives, without
 // scanning the text again or looking up again an operator it found before.
@@ -175,15 +180,11 @@ private:
         int param_count;             // a call's parameter count
         const operator_entry* entry; // the operator once found: entries are never removed
     };
-    // A parameter's bytes [start, end) in the text.
-    struct range {
-        size_t start, end;
-    };
     const char* text_;
     size_t size_ = 0;
     bool ends_with_call_ = false;
     std::vector<step> steps_;
-    std::vector<range> params_;
+    std::vector<text_range> params_; // each parameter's bytes
 };
 
 // ---- parameter accessors for handlers ---------------------------------------------------

@@ -38,6 +38,11 @@ char* op_nothing(int, char**)
     return nullptr;
 }
 
+char* op_empty(int, char**)
+{
+    return str_dup("");
+}
+
 char* op_second(int, char**)
 {
     return str_dup("second");
@@ -51,6 +56,7 @@ protected:
         register_operator("raw", op_raw, 1, RAW_PARAMS);
         register_operator("self", op_self, 0, 0);
         register_operator("nothing", op_nothing, 0, 0);
+        register_operator("empty", op_empty, 0, 0);
         register_operator("one", op_show, 1, 0);
         register_operator("", op_second, 0, 0);
     }
@@ -97,6 +103,9 @@ TEST_F(Expander, ErrorsAndEmptyResults)
 {
     EXPECT_EQ(expand("^nothing[]"), "(null)");
     EXPECT_EQ(expand("a^nothing[]"), "a");
+    EXPECT_EQ(expand("^empty[]"), "(null)");
+    // A parameter that is one call and nothing else is that call's result, empty as null.
+    EXPECT_EQ(expand("^show[^empty[];^nothing[];^show[a];x^empty[]]"), "(-|-|(a)|x)");
     EXPECT_EQ(expand(""), "");
     EXPECT_EQ(expand_copy(nullptr), nullptr);
     EXPECT_EQ(registry_find(""), nullptr); // even when registered
