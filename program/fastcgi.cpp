@@ -14,6 +14,7 @@
 #include <ctime>
 #include <fcgiapp.h>
 #include <fcntl.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <string>
 #include <sys/prctl.h>
@@ -488,6 +489,16 @@ int supervise(int listener, const fastcgi_options& options, char** argv,
 }
 
 } // namespace
+
+// libfcgi looks host names up only where it connects to an application or listens on a
+// HOST:PORT it opens itself, neither of which the program asks of it (it makes its own
+// sockets). Defined here, the lookup keeps the C library's resolver (name services, DNS,
+// about 100 KB) out of the static program, which every CGI request maps at start.
+extern "C" struct hostent* gethostbyname(const char*)
+{
+    h_errno = NO_RECOVERY;
+    return nullptr;
+}
 
 int fastcgi_main(int argc, char** argv)
 {
