@@ -22,11 +22,13 @@ class Worker:
         self.scratch = tempfile.mkdtemp(prefix="tessel-fcgi-")
         self.socket = os.path.join(self.scratch, "socket")
         self.log_path = os.path.join(self.scratch, "stderr")
+        self.stdout_path = os.path.join(self.scratch, "stdout")
+        self.stdout_seen = 0
         env = {name: os.environ[name] for name in SANITIZER_OPTIONS if name in os.environ}
-        with open(self.log_path, "wb") as log:
+        with open(self.log_path, "wb") as log, open(self.stdout_path, "wb") as out:
             self.parent = subprocess.Popen(
                 [program, "--fastcgi", "unix:" + self.socket, "--workers", "1"], cwd=folder,
-                env=env, stdin=subprocess.DEVNULL, stdout=log, stderr=log)
+                env=env, stdin=subprocess.DEVNULL, stdout=out, stderr=log)
         self.wait_for(lambda: os.path.exists(self.socket) and self.pid(wait=False))
 
     def wait_for(self, ready):
@@ -61,6 +63,15 @@ class Worker:
     def replaced(self, old):
         """The new worker's process id once old is gone and another took its place."""
         return self.wait_for(lambda: (lambda p: p if p and p != old else None)(self.pid(False)))
+
+    def stray_output(self):
+        """What the parent or the worker wrote on standard output since the last call: a
+        response belongs to the request's connection, so anything here went astray."""
+        with open(self.stdout_path, "rb") as f:
+            f.seek(self.stdout_seen)
+            text = f.read()
+        self.stdout_seen += len(text)
+        return text
 
     def log(self):
         with open(self.log_path, "rb") as f:
