@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
 
 bool shared_library::open()
@@ -10,6 +11,9 @@ bool shared_library::open()
     // A file named by the environment is the only one tried.
     const char* chosen = getenv(env_name_);
     const char* const named[] = {chosen, nullptr};
+    snprintf(chosen_, sizeof chosen_, "%s", chosen ? chosen : "");
+    handle_ = nullptr; // a handle opened before stays open, unused
+    failure_[0] = '\0';
     for (const char* const* names = chosen && *chosen ? named : default_names_; *names && !handle_;
          names++) {
         if (!**names)
@@ -22,6 +26,12 @@ bool shared_library::open()
         }
     }
     return handle_ != nullptr;
+}
+
+bool shared_library::same_choice() const
+{
+    const char* chosen = getenv(env_name_);
+    return strcmp(chosen ? chosen : "", chosen_) == 0;
 }
 
 void* shared_library::address_of(const char* symbol)

@@ -25,11 +25,13 @@ public:
 
     // True when the library and its calls are there. The first call opens the library and
     // runs look_up_all(*this), which fills the caller's call table through look_up; later
-    // calls only report. On failure *error (when error is not null) says why: "cannot load
-    // WHAT library: REASON" or "WHAT library lacks SYMBOL". Ownership: *error is a view.
+    // calls only report, unless the environment now names another file than at the last try
+    // (a resident process serves requests of several sites): then they try again, as a fresh
+    // process would. On failure *error (when error is not null) says why: "cannot load WHAT
+    // library: REASON" or "WHAT library lacks SYMBOL". Ownership: *error is a view.
     template <typename LookUpAll> bool load(LookUpAll look_up_all, const char** error)
     {
-        if (state_ == state::not_tried)
+        if (state_ == state::not_tried || !same_choice())
             state_ = open() && look_up_all(*this) ? state::loaded : state::failed;
         if (state_ == state::failed && error)
             *error = failure_;
@@ -47,6 +49,7 @@ public:
 private:
     enum class state { not_tried, loaded, failed };
     bool open();
+    bool same_choice() const;
     void* address_of(const char* symbol);
 
     const char* what_;
@@ -54,6 +57,7 @@ private:
     const char* const* default_names_;
     state state_ = state::not_tried;
     void* handle_ = nullptr; // stays open for the rest of the process, also after a failure
+    char chosen_[4096] = {}; // the file the environment named at the last try ("": none)
     char failure_[512] = {};
 };
 

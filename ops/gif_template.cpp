@@ -23,6 +23,7 @@
 #include "interp/registry.h"
 #include "interp/request.h"
 #include "ops/ops.h"
+#include "ops/reset.h"
 
 namespace {
 
@@ -79,15 +80,17 @@ struct gif_canvas {
     gif_font& font;
 };
 
-// gd, loaded by the first call of the process; a failure is logged once.
+// True once this request logged that gd cannot be loaded: one line per request.
+bool gd_failure_logged = false;
+
+// gd, loaded by the first call of the process that finds it.
 const gd_library* gif_gd()
 {
-    static bool logged = false;
     const char* error = nullptr;
     const gd_library* gd = gd_library_load(&error);
-    if (!gd && !logged) {
+    if (!gd && !gd_failure_logged) {
         log_line(LOG_ERROR, "gif_template: %s", error);
-        logged = true;
+        gd_failure_logged = true;
     }
     return gd;
 }
@@ -345,4 +348,9 @@ extern constexpr op_row gif_template_rows[] = {
 void register_gif_template_ops()
 {
     register_rows(gif_template_rows);
+}
+
+void gif_template_reset()
+{
+    gd_failure_logged = false;
 }

@@ -6,13 +6,15 @@
 // frees what the variable owns and puts it back to its start-up value, and adds it to
 // OPERATOR_FAMILY_RESETS. Families whose statics only live inside a scope (an RAII holder that
 // restores them however the scope ends) reset them too, so the list names every mutable static
-// of ops/. What a process keeps on purpose (loaded client libraries, "logged once" flags, the
-// random generator's seed) is not reset; docs/DEVELOPING.md lists it.
+// of ops/. What a process keeps on purpose (loaded client libraries, the random
+// generator's seed) is not reset; docs/DEVELOPING.md lists it.
 #ifndef TESSEL_OPS_RESET_H
 #define TESSEL_OPS_RESET_H
 
 // chat: forgets the ticket that `login` gave in this request.
 void chat_reset();
+// gif_template: a failure to load gd is logged again.
+void gif_template_reset();
 // lock: forgets the lock files held (none is held between requests).
 void lock_reset();
 // misc: `color` starts its alternation again.
@@ -24,7 +26,7 @@ void switch_reset();
 
 // Every family's reset, in the order of OPERATOR_FAMILIES.
 inline constexpr void (*OPERATOR_FAMILY_RESETS[])() = {
-    misc_reset, sql_reset, switch_reset, chat_reset, lock_reset,
+    misc_reset, sql_reset, gif_template_reset, switch_reset, chat_reset, lock_reset,
 };
 
 // Runs every family's reset. Call it between requests only, never during an expansion.

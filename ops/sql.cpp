@@ -109,10 +109,13 @@ char* sql_connect(const sql_target& target)
     if (client) {
         connection = client->init(nullptr);
         const char* charset = database_charset_get().name;
+        // The client reads MYSQL_UNIX_PORT once, when it starts; a resident process serves
+        // requests whose environments differ, so each connection names the socket itself.
+        const char* socket = getenv("MYSQL_UNIX_PORT");
         if (connection &&
             client->real_connect(connection, target.host, target.user, target.password,
-                                 target.database, target.port ? target.port : DEFAULT_PORT, nullptr,
-                                 0) &&
+                                 target.database, target.port ? target.port : DEFAULT_PORT,
+                                 str_nonempty(socket) ? socket : nullptr, 0) &&
             (!charset || client->set_character_set(connection, charset) == 0))
             return nullptr;
     }

@@ -16,6 +16,7 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -199,16 +200,16 @@ int open_listener(const char* address, std::string& unix_path)
 
 // ---- the worker ---------------------------------------------------------------------------
 
-volatile sig_atomic_t stopping = 0;   // SIGTERM came: end after the request in progress
-volatile sig_atomic_t in_request = 0; // a request has been accepted and is not finished
-volatile sig_atomic_t answering = 0;  // the response is being handed to libfcgi
+volatile sig_atomic_t stopping = 0;  // SIGTERM came: end after the request in progress
+volatile sig_atomic_t answering = 0; // the response is being handed to libfcgi
 FCGX_Request* volatile current = nullptr;
 
+// Only marks the stop: a worker that waits for a connection is woken by the signal itself
+// (wait_for_connection), and one that accepted a connection answers it first, so that no
+// connection taken from the socket is dropped.
 void on_worker_stop(int)
 {
     stopping = 1;
-    if (!in_request)
-        _exit(0);
 }
 
 // A handler rather than SIG_IGN: a client that went away must not end the worker, and the
@@ -264,12 +265,36 @@ void on_worker_cpu_limit(int)
     _exit(254);
 }
 
-void handle(int sig, void (*handler)(int))
+void handle(int sig, void (*handler)(int), int flags = 0)
 {
     struct sigaction action = {};
     action.sa_handler = handler;
+    action.sa_flags = flags;
     sigemptyset(&action.sa_mask);
-    sigaction(sig, &action, nullptr); // no SA_RESTART: SIGTERM interrupts a waiting accept
+    sigaction(sig, &action, nullptr);
+}
+
+// Waits until the socket has a connection waiting, with SIGTERM and SIGINT let through only
+// while waiting (open is the mask without them): false when one of them came. Every worker
+// wakes for a connection; the socket does not block, so those that lose the race for it
+// wait again. A server may keep the connection of the last request open for the next one
+// (FCGI_KEEP_CONN); libfcgi then reads the next request from it, so it is watched too. A
+// worker serves one connection at a time: when a new one comes while the kept one is idle,
+// the kept one is closed (the server opens another when it needs one) and the new one served.
+bool wait_for_connection(int listener, FCGX_Request& request, const sigset_t& open)
+{
+    while (!stopping) {
+        pollfd ready[2] = {{listener, POLLIN, 0}, {request.ipcFd, POLLIN, 0}};
+        bool kept = request.ipcFd >= 0;
+        if (ppoll(ready, kept ? 2 : 1, nullptr, &open) <= 0)
+            continue;
+        if (kept && !ready[1].revents) {
+            close(request.ipcFd);
+            request.ipcFd = -1;
+        }
+        return true;
+    }
+    return false;
 }
 
 // The CPU time this process may reach before the request in progress is ended: what it used
@@ -336,34 +361,46 @@ resident_answer serve_accepted(FCGX_Request& request, const fastcgi_options& opt
         setrlimit(RLIMIT_AS, &limit);
     }
     FCGX_Init();
-    handle(SIGTERM, on_worker_stop);
-    handle(SIGINT, on_worker_stop);
+    // SA_RESTART: a stop that comes while a request is read or served interrupts nothing.
+    handle(SIGTERM, on_worker_stop, SA_RESTART);
+    handle(SIGINT, on_worker_stop, SA_RESTART);
     handle(SIGPIPE, on_broken_pipe);
     handle(SIGXCPU, on_worker_cpu_limit);
     resident_start();
+    sigset_t stops, open;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGTERM);
+    sigaddset(&stops, SIGINT);
+    sigprocmask(SIG_BLOCK, &stops, &open);
+    fcntl(listener, F_SETFL, fcntl(listener, F_GETFL) | O_NONBLOCK);
     FCGX_Request request;
     FCGX_InitRequest(&request, listener, FCGI_FAIL_ACCEPT_ON_INTR);
-    while (!stopping) {
+    while (wait_for_connection(listener, request, open)) {
+        // A request and the programs its page runs get the signals as a CGI process does.
+        sigprocmask(SIG_SETMASK, &open, nullptr);
         if (FCGX_Accept_r(&request) < 0) {
-            if (errno == EINTR)
-                continue;
+            sigprocmask(SIG_BLOCK, &stops, nullptr);
+            if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR || errno == ECONNABORTED)
+                continue; // another worker took the connection, or it went away
             fprintf(stderr, "tessel: worker %d cannot accept: %s\n", (int)getpid(),
                     strerror(errno));
             exit(1);
         }
-        in_request = 1;
         current = &request;
         resident_answer answer = serve_accepted(request, options);
         current = nullptr;
         FCGX_Finish_r(&request);
         answering = 0;
-        in_request = 0;
+        sigprocmask(SIG_BLOCK, &stops, nullptr);
         if (answer.signal) {
             signal(answer.signal, SIG_DFL);
             raise(answer.signal);
         }
+        // Without exit handlers: the spoiling request was cut off by an exception, so memory
+        // it held may have lost its last pointer (a CGI process still has it on its stack
+        // when it exits), which a leak checker run at exit would report.
         if (answer.spoiled)
-            exit(answer.status);
+            _exit(answer.status);
     }
     exit(0);
 }
@@ -454,6 +491,10 @@ int supervise(int listener, const fastcgi_options& options, char** argv,
     for (int sig : {SIGTERM, SIGINT, SIGHUP, SIGCHLD})
         sigaddset(&watched, sig);
     sigprocmask(SIG_BLOCK, &watched, &parent_mask);
+    // Workers of the program before a SIGHUP that ended before it ran again: their SIGCHLD
+    // is lost across the exec. Those still answering a request send theirs to this one.
+    while (waitpid(-1, nullptr, WNOHANG) > 0) {
+    }
     signal(SIGPIPE, SIG_IGN);
     std::vector<worker_slot> slots(count < 1 ? 1 : count);
     for (worker_slot& slot : slots)

@@ -186,19 +186,20 @@ void render_page()
 
     register_all_operators();
     macro_init();
-    char* page = load_page(req.page_path);
-    compact_page(page);
-    if (!str_nonempty(page)) // an empty page file, one of comments only, a folder
+    // Held: an error page ends a resident worker's request by an exception, and the worker
+    // lives on.
+    str_holder page(load_page(req.page_path));
+    compact_page(page.get());
+    if (!str_nonempty(page.get())) // an empty page file, one of comments only, a folder
         page_unprintable();
 
     if (req.output_enabled) {
         // The header goes out in pieces (cgi/response.h): a small page needs no printf.
-        size_t length = strlen(page);
+        size_t length = strlen(page.get());
         response_content(response_content_type(), (int)length);
         response_end_header();
-        fwrite(page, 1, length, response_stream());
+        fwrite(page.get(), 1, length, response_stream());
     }
-    str_free(page);
     str_free(req.request_uri);
     str_free(req.page_path);
     req.request_uri = req.page_path = nullptr;

@@ -11,6 +11,7 @@
 #include "cgi/state_dir.h"
 #include "core/environment.h"
 #include "core/run.h"
+#include "interp/request.h"
 #include "ops/resource_log.h"
 #include "program/page.h"
 #include "program/reset.h"
@@ -38,6 +39,9 @@ resident_answer resident_serve(char** params, FILE* in, FILE* out)
     resource_log_request_start();
     resident_answer answer;
     try {
+        // A state folder that cannot be entered ends the request with the error page, which
+        // goes where the response goes, not to the worker's own standard output.
+        req.output_stream = out;
         state_dir_enter();
         answer.status = serve_request_from(in, out);
     } catch (const run_ended& ended) {

@@ -52,3 +52,21 @@ TEST(SharedLibrary, FirstFileThatOpensWins)
     EXPECT_NE(std::string(error).find("/nonexistent/libenv.so"), std::string::npos) << error;
     unsetenv("TESSEL_TEST_LIBRARY");
 }
+
+// A resident process serves requests whose environments name different files: each finds what
+// a fresh process would, a missing file after a loaded one and the default after a failure.
+TEST(SharedLibrary, AnotherFileNamedIsTriedAgain)
+{
+    auto found = [](shared_library&) { return true; };
+    const char* const usable[] = {"libc.so.6", nullptr};
+    shared_library lib("c", "TESSEL_TEST_LIBRARY", usable);
+    setenv("TESSEL_TEST_LIBRARY", "/nonexistent/libenv.so", 1);
+    EXPECT_FALSE(lib.load(found, nullptr));
+    unsetenv("TESSEL_TEST_LIBRARY");
+    EXPECT_TRUE(lib.load(found, nullptr));
+    setenv("TESSEL_TEST_LIBRARY", "/nonexistent/libenv.so", 1);
+    const char* error = nullptr;
+    EXPECT_FALSE(lib.load(found, &error));
+    EXPECT_NE(std::string(error).find("/nonexistent/libenv.so"), std::string::npos) << error;
+    unsetenv("TESSEL_TEST_LIBRARY");
+}
