@@ -95,6 +95,19 @@ def sql_pairs(server):
             ("the SQL client's socket", request(first), b"leak", request(by_socket, socket))]
 
 
+def check_pair(program, worker, site, pair, failure):
+    """The faults of one pair: the first request did not show its change, or the second got
+    other than a fresh process gives it."""
+    _, first, shows, second = pair
+    found = []
+    setting = differential.run_worker(worker, site, first, {})
+    if shows not in setting["response"]:
+        found.append(("the first request's response", shows, setting["response"]))
+    cgi = differential.run_cgi(program, site, second, {})
+    resident = differential.run_worker(worker, site, second, {})
+    return found + differential.differences(cgi, resident, failure)
+
+
 def main():
     program = os.path.abspath(sys.argv[1])
     server = os.path.abspath(sys.argv[2]) if len(sys.argv) > 2 else None
@@ -109,25 +122,14 @@ def main():
         worker = Worker(program, site)
         pid = worker.pid()
         try:
-            for piece, first, shows, second in pairs:
-                found = []
-                setting = differential.run_worker(worker, site, first, {})
-                if shows not in setting["response"]:
-                    found.append(("the first request's response", shows, setting["response"]))
-                cgi = differential.run_cgi(program, site, second, {})
-                found += differential.differences(
-                    cgi, differential.run_worker(worker, site, second, {}), failure)
-                stray = worker.stray_output()
-                if stray:
-                    found.append(("the worker's standard output", b"", stray))
-                if worker.pid() != pid:
-                    found.append(("worker", str(pid).encode(), str(worker.pid()).encode()))
-                    pid = worker.pid()
-                for what, want, got in found:
-                    print(f"SEEN BY THE NEXT REQUEST: {piece}: {what}")
+            for pair in pairs:
+                found = check_pair(program, worker, site, pair, failure)
+                more, pid, _ = differential.worker_differences(worker, pid, 0)
+                for what, want, got in found + more:
+                    print(f"SEEN BY THE NEXT REQUEST: {pair[0]}: {what}")
                     print(run_page.unified_diff(what, differential.show(want),
                                                 differential.show(got)))
-                failed += bool(found)
+                failed += bool(found + more)
         finally:
             worker.stop()
     print(f"{len(pairs)} pairs, {failed} failed")
