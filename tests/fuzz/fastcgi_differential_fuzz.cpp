@@ -10,7 +10,8 @@
 // of its own is skipped, as is one holding "..". Beyond that, Landlock confines this process
 // and the programs it starts: files change only in the scratch folder and the fuzzer's own
 // folders, and no program but tessel (and the sanitizer's symbolizer) can be started. Without
-// Landlock the fresh processes are not started and each page runs here only.
+// Landlock the fresh processes are not started and each page runs here only, inside
+// fuzz_support's jail.
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
