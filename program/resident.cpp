@@ -6,6 +6,7 @@
 #include <ctime>
 #include <exception>
 #include <fcntl.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include "cgi/state_dir.h"
@@ -20,11 +21,27 @@ namespace {
 
 int start_folder = -1; // the folder every request starts in, open
 
+// The largest block the allocator takes from its heap rather than from a mapping of its own,
+// and the free space at the top of the heap that it keeps rather than gives back.
+constexpr int HEAP_BLOCK_MAX = 32 << 20;
+constexpr int HEAP_FREE_KEPT = 8 << 20;
+
+// A worker serves one request after another, and a page's texts are freed when it ends: were
+// a large text mapped and unmapped, or the heap's top given back after each request, the next
+// request would fault the same pages in again (a 176 KB page took 167 faults a request, most
+// of its time). Up to HEAP_FREE_KEPT stays; a page that needed more gives the rest back.
+void tune_worker_allocator()
+{
+    mallopt(M_MMAP_THRESHOLD, HEAP_BLOCK_MAX);
+    mallopt(M_TRIM_THRESHOLD, HEAP_FREE_KEPT);
+}
+
 } // namespace
 
 void resident_start()
 {
     run_set_resident(true);
+    tune_worker_allocator();
     request_env_remember();
     start_folder = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
