@@ -47,21 +47,26 @@ file(WRITE ${stage}/changelog.Debian "tessel (${version}-1) unstable; urgency=me
 tessel_gzip(${stage}/changelog.Debian ${stage}/changelog.Debian.gz)
 file(INSTALL ${stage}/changelog.Debian.gz DESTINATION ${doc})
 
-# A package (prefix /usr) also puts its configuration in /etc: Apache's, the log rotation
-# and the daily expiry of the page cache for the state folders under /var/lib/tessel, which
-# README.Debian describes. Any other prefix keeps the Apache configuration beside its files,
-# to be copied by hand.
+# A package (prefix /usr) also puts its configuration in /etc: Apache's (the CGI program's
+# and the resident workers'), the log rotation and the daily expiry of the page cache for the
+# state folders under /var/lib/tessel, which README.Debian describes, and the workers' systemd
+# units in /lib/systemd/system. Any other prefix keeps the Apache configuration and the units
+# beside its files, to be copied by hand.
+set(units ${src}/deploy/tessel-fastcgi.socket ${src}/deploy/tessel-fastcgi.service)
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
   file(INSTALL ${src}/deploy/README.Debian DESTINATION ${doc})
-  file(INSTALL ${stage}/tessel.conf DESTINATION /etc/apache2/conf-available)
+  file(INSTALL ${stage}/tessel.conf ${src}/deploy/tessel-fastcgi.conf
+       DESTINATION /etc/apache2/conf-available)
+  file(INSTALL ${units} DESTINATION /lib/systemd/system)
   file(INSTALL ${src}/deploy/logrotate DESTINATION /etc/logrotate.d RENAME tessel)
   file(INSTALL ${src}/deploy/cron.daily DESTINATION /etc/cron.daily RENAME tessel
        FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
                         WORLD_READ WORLD_EXECUTE)
 else()
-  file(INSTALL ${stage}/tessel.conf DESTINATION ${CMAKE_INSTALL_PREFIX}/share/tessel)
+  file(INSTALL ${stage}/tessel.conf ${src}/deploy/tessel-fastcgi.conf ${units}
+       DESTINATION ${CMAKE_INSTALL_PREFIX}/share/tessel)
 endif()
-# lighttpd's and nginx's configurations, which name the program where the package puts it,
-# to be enabled by hand (README).
-file(INSTALL ${src}/deploy/lighttpd.conf ${src}/deploy/nginx.conf
+# lighttpd's and nginx's configurations, which name the program (or the workers' socket) where
+# the package puts it, to be enabled by hand (README).
+file(INSTALL ${src}/deploy/lighttpd.conf ${src}/deploy/nginx.conf ${src}/deploy/nginx-fastcgi.conf
      DESTINATION ${CMAKE_INSTALL_PREFIX}/share/tessel)

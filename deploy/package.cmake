@@ -35,7 +35,11 @@ expands on each request. It runs as a CGI program.
 With Apache, a virtual host turns its pages on with one line,
 Use TesselSite /var/lib/tessel/SITE, once the package has enabled
 tessel.conf. Each site keeps its logs, page cache and chat in a state
-folder of its own.")
+folder of its own.
+
+It can also stay resident as FastCGI workers under systemd
+(tessel-fastcgi.socket), which Apache's mod_proxy_fcgi or nginx hands
+the pages to.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION web)

@@ -2,10 +2,11 @@
 # The Debian package as an administrator gets it. Built with cpack from the build, its control
 # fields and files are checked with dpkg-deb. Then, as root on a Debian host with apache2 (and
 # no tessel installed, no system Apache running), it is installed with dpkg and a private
-# Apache serves, with the installed tessel.conf and Debian's serve-cgi-bin.conf, two tessel
-# sites on loopback (one whole host, one folder) and a static site: each site keeps its own
-# state, the static site is served as it is, private files are refused, and nothing warns
-# about overlapping aliases. dpkg -r must turn tessel.conf off, dpkg -P remove what the
+# Apache serves, with the installed tessel.conf, tessel-fastcgi.conf and Debian's
+# serve-cgi-bin.conf, three tessel sites on loopback (one whole host, one folder, one through
+# the installed program's resident workers) and a static site: each site keeps its own state,
+# the static site is served as it is, private files are refused, and nothing warns about
+# overlapping aliases. dpkg -r must turn both configurations off, dpkg -P remove what the
 # package made. The machine's Apache module and configuration links are put back as they were.
 # Usage: package_test.sh BUILD_DIR
 # Exits 77 (skipped) when it cannot install: not root, no dpkg or apache2, tessel installed;
@@ -29,6 +30,8 @@ chmod 755 "$WORK" # the server's children read the sites
 INSTALLED=0
 stop_apache() {
     local pid i
+    # Site d's workers go with the server.
+    kill "$(cat "$WORK/run/workers.pid" 2>/dev/null)" 2>/dev/null
     pid=$(cat "$WORK/run/httpd.pid" 2>/dev/null) && kill "$pid" 2>/dev/null || return 0
     for ((i = 0; i < 100; i++)); do
         kill -0 "$pid" 2>/dev/null || return 0
@@ -84,7 +87,9 @@ for path in /usr/lib/tessel/tessel /usr/bin/tessel-check /usr/bin/tessel-render 
     /usr/sbin/tessel-chat-password /usr/share/man/man8/tessel.8.gz \
     /usr/share/doc/tessel/copyright /usr/share/doc/tessel/changelog.Debian.gz \
     /etc/apache2/conf-available/tessel.conf /etc/logrotate.d/tessel /etc/cron.daily/tessel \
-    /usr/share/tessel/lighttpd.conf /usr/share/tessel/nginx.conf; do
+    /usr/share/tessel/lighttpd.conf /usr/share/tessel/nginx.conf \
+    /etc/apache2/conf-available/tessel-fastcgi.conf /usr/share/tessel/nginx-fastcgi.conf \
+    /lib/systemd/system/tessel-fastcgi.socket /lib/systemd/system/tessel-fastcgi.service; do
     grep -qxF "$path" "$WORK/contents" || fail "the package holds $path"
 done
 for program in $(grep -E '^/usr/s?bin/.' "$WORK/contents"); do
@@ -127,7 +132,9 @@ restore_apache_state() {
 
 INSTALLED=1
 dpkg_run -i "$DEB" || { cat "$WORK/dpkg.log"; fail "dpkg -i"; exit 1; }
-[[ -L /etc/apache2/conf-enabled/tessel.conf ]] || fail "tessel.conf is enabled"
+for conf in tessel tessel-fastcgi; do
+    [[ -L /etc/apache2/conf-enabled/$conf.conf ]] || fail "$conf.conf is enabled"
+done
 for module in actions macro; do
     [[ -e /etc/apache2/mods-enabled/$module.load ]] || fail "mod_$module is enabled"
 done
@@ -151,17 +158,29 @@ check_equal "the chat's password belongs to the server's user" www-data \
 if command -v logrotate >/dev/null; then
     logrotate -d /etc/logrotate.d/tessel >"$WORK/logrotate" 2>&1 || fail "the logrotate rule"
 fi
+# The workers' units parse cleanly and name a program that is installed.
+if command -v systemd-analyze >/dev/null; then
+    systemd-analyze verify --man=no /lib/systemd/system/tessel-fastcgi.socket \
+        /lib/systemd/system/tessel-fastcgi.service >"$WORK/units" 2>&1
+    check_equal "systemd-analyze verify: the workers' units" "" "$(cat "$WORK/units")"
+fi
 
 # --- Served by a private Apache -----------------------------------------------------------
 mkdir -p "$WORK"/{conf,run,logs,a,b/pages,c}
-for site in a b; do install -d -o www-data -g www-data -m 2770 "$WORK/state-$site"; done
+for site in a b d; do install -d -o www-data -g www-data -m 2770 "$WORK/state-$site"; done
+# Site d goes to the installed program's resident workers, on a socket of their own.
+install -d -o www-data -g www-data "$WORK/sock"
+(cd / && exec setpriv --reuid=www-data --regid=www-data --clear-groups /usr/lib/tessel/tessel \
+    --fastcgi "unix:$WORK/sock/tessel.sock" --workers 1 </dev/null >"$WORK/logs/workers.log" 2>&1) &
+echo $! >"$WORK/run/workers.pid"
 printf 'SITE_SECRET=alpha\n' >"$WORK/state-a/.profile"
 page='^cache[shared;fragment of %s]|^env[SITE_SECRET]|^logged_by_%s[]\n'
 printf "$page" a a >"$WORK/a/index.html"
 printf "$page" b b >"$WORK/b/pages/index.html"
+mkdir -p "$WORK/d" && printf "$page" d d >"$WORK/d/index.html" && printf '# x\n' >"$WORK/d/_macro.cfg"
 printf '^var[x;1] is no page here\n' | tee "$WORK/b/static.html" >"$WORK/c/index.html"
 printf '# x\n' | tee "$WORK/a/_macro.cfg" "$WORK/a/.profile" "$WORK/a/hits.count" >"$WORK/a/.htaccess"
-chmod -R a+rX "$WORK/a" "$WORK/b" "$WORK/c"
+chmod -R a+rX "$WORK/a" "$WORK/b" "$WORK/c" "$WORK/d"
 port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 modules=/usr/lib/apache2/modules
 {
@@ -169,7 +188,7 @@ modules=/usr/lib/apache2/modules
     printf 'PidFile "%s/run/httpd.pid"\nDefaultRuntimeDir "%s/run"\n' "$WORK" "$WORK"
     printf 'ScriptSock "%s/run/cgid.sock"\nErrorLog "%s/logs/error.log"\n' "$WORK" "$WORK"
     printf 'LogLevel warn\nUser www-data\nGroup www-data\nTypesConfig /etc/mime.types\n'
-    for module in mpm_event authz_core mime alias actions cgid env dir macro; do
+    for module in mpm_event authz_core mime alias actions cgid env dir macro proxy proxy_fcgi; do
         printf 'LoadModule %s_module %s/mod_%s.so\n' "$module" "$modules" "$module"
     done
     printf 'DirectoryIndex index.html\n'
@@ -177,7 +196,9 @@ modules=/usr/lib/apache2/modules
     printf '<Directory "%s">\n    Require all granted\n</Directory>\n' "$WORK"
     printf 'Include /etc/apache2/conf-available/serve-cgi-bin.conf\n'
     printf 'Include /etc/apache2/conf-available/tessel.conf\n'
-    for site in 'a:Use TesselSite STATE' 'b:Use TesselFolder STATE DOCROOT/pages' 'c:'; do
+    printf 'Include /etc/apache2/conf-available/tessel-fastcgi.conf\n'
+    for site in 'a:Use TesselSite STATE' 'b:Use TesselFolder STATE DOCROOT/pages' 'c:' \
+        "d:Use TesselFastCGISite STATE $WORK/sock/tessel.sock"; do
         name=${site%%:*} use=${site#*:}
         use=${use//STATE/$WORK/state-$name}
         printf '<VirtualHost 127.0.0.1:%s>\n    ServerName %s.test\n' "$port" "$name"
@@ -187,7 +208,7 @@ modules=/usr/lib/apache2/modules
 apache2 -f "$WORK/conf/httpd.conf" -t >"$WORK/configtest" 2>&1 || fail "the private configuration is valid"
 apache2 -f "$WORK/conf/httpd.conf" -k start || fail "the private Apache starts"
 for ((i = 0; i < 100; i++)); do
-    curl -s -o /dev/null "http://127.0.0.1:$port/" && break
+    [[ -S $WORK/sock/tessel.sock ]] && curl -s -o /dev/null "http://127.0.0.1:$port/" && break
     sleep 0.1
 done
 
@@ -206,6 +227,12 @@ check_equal "A's cache in A's state folder" "fragment of a" "$(cat "$WORK/state-
 check_contains "A's error in A's log" "logged_by_a" "$WORK/state-a/error_log"
 check_contains "B's error in B's log" "logged_by_b" "$WORK/state-b/error_log"
 check_equal "B's log holds no line of A's" "" "$(grep logged_by_a "$WORK/state-b/error_log")"
+get d /index.html
+check_equal "site D's page, through the workers: its own cache entry, not A's .profile" \
+    "200 fragment of d||[invalid operator logged_by_d]" "$STATUS $(cat "$BODY")"
+check_contains "D's error in D's log" "logged_by_d" "$WORK/state-d/error_log"
+get d /_macro.cfg
+check_equal "D's private files are refused" 403 "$STATUS"
 get c /index.html
 check_equal "the static site's .html is served as it is" "200 ^var[x;1] is no page here" \
     "$STATUS $(cat "$BODY")"
@@ -226,14 +253,17 @@ stop_apache
 
 # --- Removed, then purged -----------------------------------------------------------------
 dpkg_run -r tessel || fail "dpkg -r"
-[[ ! -e /etc/apache2/conf-enabled/tessel.conf && ! -L /etc/apache2/conf-enabled/tessel.conf ]] ||
-    fail "dpkg -r turns tessel.conf off"
+for conf in tessel tessel-fastcgi; do
+    [[ ! -e /etc/apache2/conf-enabled/$conf.conf && ! -L /etc/apache2/conf-enabled/$conf.conf ]] ||
+        fail "dpkg -r turns $conf.conf off"
+done
 [[ ! -e /usr/lib/tessel/tessel ]] || fail "dpkg -r removes the program"
 dpkg_run -P tessel || fail "dpkg -P"
-for path in /etc/apache2/conf-available/tessel.conf /etc/logrotate.d/tessel \
-    /etc/cron.daily/tessel /var/lib/tessel /usr/share/doc/tessel; do
+for path in /etc/apache2/conf-available/tessel.conf /etc/apache2/conf-available/tessel-fastcgi.conf \
+    /etc/logrotate.d/tessel /etc/cron.daily/tessel /var/lib/tessel /usr/share/doc/tessel; do
     [[ ! -e $path ]] || fail "dpkg -P removes $path"
 done
-check_equal "no record of tessel.conf is left" "" "$(find /var/lib/apache2 -name tessel)"
+check_equal "no record of either configuration is left" "" \
+    "$(find /var/lib/apache2 -name tessel -o -name tessel-fastcgi)"
 ((E2E_FAILED == 0)) || cat "$WORK/dpkg.log" "$WORK/logs/error.log" 2>/dev/null
 exit $E2E_FAILED
