@@ -4,15 +4,19 @@
 # .html file handed to it by mod_actions. Everything the server owns (configuration, pid,
 # logs, the cgid socket, the cgi-bin folder) lives in one folder of its own.
 #
-#   scripts/apache.sh start DIR SITE PROGRAM [PORT]
+#   scripts/apache.sh start [--fastcgi] DIR SITE PROGRAM [PORT]
 #       DIR      folder for the server's files (created; empty or absent)
 #       SITE     the DocumentRoot, served as it stands
 #       PROGRAM  the built tessel program, copied to DIR/cgi-bin/tessel
 #       PORT     port on 127.0.0.1; absent or 0 picks a free one
 #     Prints the port once the server answers. A file DIR/cgi-bin/.profile (the working
 #     directory of the program) may be added afterwards; error_log and access_log land there.
+#     With --fastcgi the pages go to resident workers instead (tessel --fastcgi on
+#     DIR/socket/tessel.sock, pid in DIR/run/tessel.pid, messages in DIR/logs/tessel.log),
+#     through mod_proxy_fcgi as the shipped deploy/tessel-fastcgi.conf hands them over, with
+#     DIR/cgi-bin as the site's state folder; the program has no URL then.
 #   scripts/apache.sh stop DIR
-#       Stops the server started in DIR and waits for it to go.
+#       Stops the server started in DIR, and its workers, and waits for them to go.
 #
 # The server is Debian's default set-up: the event MPM with mod_cgid. Every run of the program
 # is held to TESSEL_RLIMIT_CPU seconds of CPU (default 30) and TESSEL_RLIMIT_MEM bytes of
@@ -21,9 +25,10 @@ set -euo pipefail
 
 APACHE=${APACHE:-/usr/sbin/apache2}
 MODULES=${APACHE_MODULES:-/usr/lib/apache2/modules}
+ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 SERVER_SCRIPT=apache.sh
-source "$(dirname "${BASH_SOURCE[0]}")/server_lib.sh"
+source "$ROOT/scripts/server_lib.sh"
 
 # A sanitizer build of the program reads its options from the environment, which a CGI
 # program gets only through PassEnv.
@@ -91,6 +96,25 @@ DocumentRoot "$site"
     AllowOverride AuthConfig
     Require all granted
 </Directory>
+$(if ((fastcgi)); then deploy_fastcgi "$dir"; else deploy_cgi "$dir"; fi)
+CONF
+}
+
+# The deployment of the FastCGI variant: the shipped macros, the state folder the program's.
+deploy_fastcgi() {
+    local dir=$1
+    cat <<CONF
+LoadModule proxy_module $MODULES/mod_proxy.so
+LoadModule proxy_fcgi_module $MODULES/mod_proxy_fcgi.so
+LoadModule macro_module $MODULES/mod_macro.so
+Include "$ROOT/deploy/tessel-fastcgi.conf"
+Use TesselFastCGISite "$dir/cgi-bin" "$dir/socket/tessel.sock"
+CONF
+}
+
+deploy_cgi() {
+    local dir=$1
+    cat <<CONF
 # The deployment of tessel: the program in cgi-bin, and every page handed to it.
 ScriptAlias /cgi-bin/ "$dir/cgi-bin/"
 <Directory "$dir/cgi-bin">
@@ -127,28 +151,39 @@ SetEnv TESSEL_MULTIPART_AS_SENT 1
 CONF
 }
 
-# Writes the configuration for port and starts the server; true once it answers.
+# Writes the configuration for port and starts the server; true once it answers (and, for
+# the FastCGI variant, the workers' socket is there).
 launch() {
+    local ready=("$dir/run/httpd.pid")
+    ((!fastcgi)) || ready+=("$dir/socket/tessel.sock")
     write_config "$dir" "$site" "$1" "$user"
     rm -f "$dir/run/httpd.pid"
-    "$APACHE" -f "$dir/conf/httpd.conf" -k start && wait_until_up "$1" "$dir/run/httpd.pid"
+    "$APACHE" -f "$dir/conf/httpd.conf" -k start && wait_until_up "$1" "${ready[@]}"
 }
 
 start() {
-    (($# >= 3)) || die "usage: apache.sh start DIR SITE PROGRAM [PORT]"
-    local dir site program user
+    local dir site program user fastcgi=0
+    if [[ ${1:-} == --fastcgi ]]; then
+        fastcgi=1
+        shift
+    fi
+    (($# >= 3)) || die "usage: apache.sh start [--fastcgi] DIR SITE PROGRAM [PORT]"
     [[ -x $APACHE ]] || die "$APACHE not found (install the apache2 package)"
     server_prepare "$1" "$2" "$3"
-    start_on_port "${4:-0}" launch stop "$dir/logs/error.log"
+    ((!fastcgi)) || start_resident "$dir" "$user"
+    start_on_port "${4:-0}" launch stop_apache "$dir/logs/error.log" "$dir/logs/tessel.log"
 }
+
+stop_apache() { stop_pid_file "$1/run/httpd.pid"; }
 
 stop() {
     (($# == 1)) || die "usage: apache.sh stop DIR"
-    stop_pid_file "$1/run/httpd.pid"
+    stop_apache "$1"
+    stop_resident "$1"
 }
 
 case ${1:-} in
 start) shift; start "$@" ;;
 stop) shift; stop "$@" ;;
-*) die "usage: apache.sh start DIR SITE PROGRAM [PORT] | stop DIR" ;;
+*) die "usage: apache.sh start [--fastcgi] DIR SITE PROGRAM [PORT] | stop DIR" ;;
 esac

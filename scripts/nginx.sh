@@ -5,13 +5,16 @@
 # fcgiwrap's own example configuration does. Everything the servers own (configuration, pids,
 # logs, the socket, the cgi-bin folder) lives in one folder of its own.
 #
-#   scripts/nginx.sh start DIR SITE PROGRAM [PORT]
+#   scripts/nginx.sh start [--fastcgi] DIR SITE PROGRAM [PORT]
 #       DIR      folder for the servers' files (created; empty or absent)
 #       SITE     the document root, served as it stands
 #       PROGRAM  the built tessel program, copied to DIR/cgi-bin/tessel
 #       PORT     port on 127.0.0.1; absent or 0 picks a free one
 #     Prints the port once the server answers. The program works in DIR/cgi-bin: a .profile
 #     may be added there, and its error_log and access_log land there.
+#     With --fastcgi the pages go to resident workers instead of fcgiwrap (tessel --fastcgi on
+#     DIR/socket/tessel.sock, pid in DIR/run/tessel.pid, messages in DIR/logs/tessel.log),
+#     through the shipped deploy/nginx-fastcgi.conf; the program has no URL then.
 #   scripts/nginx.sh stop DIR
 #       Stops the servers started in DIR and waits for them to go.
 set -euo pipefail
@@ -19,22 +22,47 @@ set -euo pipefail
 NGINX=${NGINX:-/usr/sbin/nginx}
 FCGIWRAP=${FCGIWRAP:-/usr/sbin/fcgiwrap}
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-SHIPPED=$ROOT/deploy/nginx.conf
 
 SERVER_SCRIPT=nginx.sh
 source "$ROOT/scripts/server_lib.sh"
 
-# The shipped snippet with the program and fcgiwrap's socket set to DIR's own; fails when
-# either is no longer named as this script expects, so the copy never drifts from what ships.
-write_shipped() {
-    local dir=$1 name
-    for name in 'fastcgi_param SCRIPT_FILENAME /usr/lib/tessel/tessel;' \
-        'fastcgi_pass unix:/run/fcgiwrap.socket;'; do
-        grep -qF "$name" "$SHIPPED" || die "$SHIPPED no longer holds '$name'"
+# A shipped snippet with each "FROM|TO" replacement made; fails when FROM is no longer in it,
+# so the copy never drifts from what ships.
+write_snippet() {
+    local shipped=$ROOT/deploy/$1 dir=$2 pair edits=()
+    for pair in "${@:3}"; do
+        grep -qF "${pair%%|*}" "$shipped" || die "$shipped no longer holds '${pair%%|*}'"
+        edits+=(-e "s|${pair%%|*}|${pair#*|}|")
     done
-    sed -e "s|SCRIPT_FILENAME /usr/lib/tessel/tessel;|SCRIPT_FILENAME $dir/cgi-bin/tessel;|" \
-        -e "s|unix:/run/fcgiwrap.socket;|unix:$dir/socket/fcgiwrap.socket;|" \
-        "$SHIPPED" >"$dir/conf/tessel.conf"
+    sed "${edits[@]}" "$shipped" >"$dir/conf/tessel.conf"
+}
+
+# The shipped snippet with the program and fcgiwrap's socket set to DIR's own, or, for the
+# FastCGI variant, the workers' socket.
+write_shipped() {
+    local dir=$1
+    if ((fastcgi)); then
+        write_snippet nginx-fastcgi.conf "$dir" \
+            "fastcgi_pass unix:/run/tessel/fastcgi.sock;|fastcgi_pass unix:$dir/socket/tessel.sock;"
+    else
+        write_snippet nginx.conf "$dir" \
+            "fastcgi_param SCRIPT_FILENAME /usr/lib/tessel/tessel;|fastcgi_param SCRIPT_FILENAME $dir/cgi-bin/tessel;" \
+            "fastcgi_pass unix:/run/fcgiwrap.socket;|fastcgi_pass unix:$dir/socket/fcgiwrap.socket;"
+    fi
+}
+
+# fcgiwrap's example configuration: every file of the program's folder runs as a CGI program
+# by its URL. The FastCGI variant has no fcgiwrap.
+cgi_bin_location() {
+    ((!fastcgi)) || return 0
+    cat <<CONF
+        location /cgi-bin/ {
+            root $1;
+            fastcgi_pass unix:$1/socket/fcgiwrap.socket;
+            include /etc/nginx/fastcgi_params;
+            fastcgi_param SCRIPT_FILENAME $1\$fastcgi_script_name;
+        }
+CONF
 }
 
 write_config() {
@@ -66,14 +94,7 @@ http {
         # No state folder: the program works in its own, DIR/cgi-bin.
         set \$tessel_state "";
         include $dir/conf/tessel.conf;
-        # fcgiwrap's example configuration: every file of the program's folder runs as a CGI
-        # program by its URL.
-        location /cgi-bin/ {
-            root $dir;
-            fastcgi_pass unix:$dir/socket/fcgiwrap.socket;
-            include /etc/nginx/fastcgi_params;
-            fastcgi_param SCRIPT_FILENAME $dir\$fastcgi_script_name;
-        }
+$(cgi_bin_location "$dir")
     }
 }
 CONF
@@ -96,23 +117,35 @@ start_fcgiwrap() {
     echo $! >"$dir/run/fcgiwrap.pid"
 }
 
-# Writes the configuration for port and starts nginx; true once it answers through fcgiwrap.
+# Writes the configuration for port and starts nginx; true once it answers and the socket it
+# hands pages to is there.
 launch() {
+    local socket=$dir/socket/fcgiwrap.socket
+    ((!fastcgi)) || socket=$dir/socket/tessel.sock
     write_config "$dir" "$site" "$1" "$user"
     rm -f "$dir/run/nginx.pid"
     "$NGINX" -p "$dir" -c "$dir/conf/nginx.conf" 2>>"$dir/logs/error.log" &&
-        wait_until_up "$1" "$dir/run/nginx.pid" "$dir/socket/fcgiwrap.socket"
+        wait_until_up "$1" "$dir/run/nginx.pid" "$socket"
 }
 
 start() {
-    (($# >= 3)) || die "usage: nginx.sh start DIR SITE PROGRAM [PORT]"
-    local dir site program user
+    local dir site program user fastcgi=0
+    if [[ ${1:-} == --fastcgi ]]; then
+        fastcgi=1
+        shift
+    fi
+    (($# >= 3)) || die "usage: nginx.sh start [--fastcgi] DIR SITE PROGRAM [PORT]"
     [[ -x $NGINX ]] || die "$NGINX not found (install the nginx package)"
-    [[ -x $FCGIWRAP ]] || die "$FCGIWRAP not found (install the fcgiwrap package)"
+    ((fastcgi)) || [[ -x $FCGIWRAP ]] || die "$FCGIWRAP not found (install the fcgiwrap package)"
     server_prepare "$1" "$2" "$3" tmp socket
     write_shipped "$dir"
-    start_fcgiwrap "$dir" "$user"
-    start_on_port "${4:-0}" launch stop_nginx "$dir/logs/error.log" "$dir/logs/fcgiwrap.log"
+    if ((fastcgi)); then
+        start_resident "$dir" "$user"
+    else
+        start_fcgiwrap "$dir" "$user"
+    fi
+    start_on_port "${4:-0}" launch stop_nginx "$dir/logs/error.log" "$dir/logs/fcgiwrap.log" \
+        "$dir/logs/tessel.log"
 }
 
 stop_nginx() { stop_pid_file "$1/run/nginx.pid"; }
@@ -122,10 +155,11 @@ stop() {
     stop_nginx "$1"
     # fcgiwrap's children outlive their parent: the whole group goes.
     stop_pid_file "$1/run/fcgiwrap.pid" -
+    stop_resident "$1"
 }
 
 case ${1:-} in
 start) shift; start "$@" ;;
 stop) shift; stop "$@" ;;
-*) die "usage: nginx.sh start DIR SITE PROGRAM [PORT] | stop DIR" ;;
+*) die "usage: nginx.sh start [--fastcgi] DIR SITE PROGRAM [PORT] | stop DIR" ;;
 esac

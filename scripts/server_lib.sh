@@ -98,3 +98,26 @@ stop_pid_file() {
     done
     kill -KILL -- "$group$pid" 2>/dev/null || true
 }
+
+# The FastCGI variant's resident workers: DIR/cgi-bin/tessel --fastcgi on the socket file
+# DIR/socket/tessel.sock with two workers, started in DIR/cgi-bin (where they work, as the CGI
+# program does) with a clean environment (and a sanitizer build's options), as user, in a
+# session of its own. Its pid goes to DIR/run/tessel.pid, its messages to DIR/logs/tessel.log.
+start_resident() {
+    local dir=$1 user=$2 passed=(PATH=/usr/bin:/bin) name as_user=()
+    for name in ASAN_OPTIONS UBSAN_OPTIONS LSAN_OPTIONS; do
+        [[ -z ${!name:-} ]] || passed+=("$name=${!name}")
+    done
+    mkdir -p "$dir/socket"
+    if [[ $(id -u) -eq 0 ]]; then
+        chown "$user" "$dir/socket"
+        as_user=(setpriv --reuid="$user" --regid="$(id -gn "$user")" --clear-groups)
+    fi
+    (cd "$dir/cgi-bin" && exec env -i "${passed[@]}" setsid "${as_user[@]}" ./tessel \
+        --fastcgi "unix:$dir/socket/tessel.sock" --workers 2 </dev/null \
+        >>"$dir/logs/tessel.log" 2>&1) &
+    echo $! >"$dir/run/tessel.pid"
+}
+
+# Stops the workers: SIGTERM to their parent, which waits for them and removes the socket.
+stop_resident() { stop_pid_file "$1/run/tessel.pid"; }
