@@ -14,6 +14,8 @@
 # A test of another server sets E2E_SERVER before sourcing this file (lighttpd or nginx: the
 # script scripts/$E2E_SERVER.sh, which takes the same arguments as apache.sh) and installs
 # that server itself; e2e_start then starts it instead of Apache, and Apache need not be there.
+# E2E_FASTCGI=1 starts the server's FastCGI variant (apache.sh or nginx.sh start --fastcgi):
+# resident workers render the pages, and $SERVER/run/tessel.pid holds their parent's pid.
 
 E2E_PROGRAM=$(realpath "$1")
 E2E_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
@@ -43,8 +45,9 @@ e2e_cleanup() {
 trap e2e_cleanup EXIT
 
 e2e_start() {
-    local port
-    port=$("$SERVER_SH" start "$SERVER" "${1:-$SITE}" "$E2E_PROGRAM") || exit 1
+    local port variant=()
+    [[ ${E2E_FASTCGI:-0} != 1 ]] || variant=(--fastcgi)
+    port=$("$SERVER_SH" start "${variant[@]}" "$SERVER" "${1:-$SITE}" "$E2E_PROGRAM") || exit 1
     BASE=http://127.0.0.1:$port
 }
 

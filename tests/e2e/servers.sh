@@ -1,8 +1,10 @@
-# The checks that lighttpd_test.sh and nginx_test.sh share: the example site, deployed with the
-# server's shipped configuration (deploy/$E2E_SERVER.conf through scripts/$E2E_SERVER.sh),
-# renders its pages, takes a posted form and a multipart upload, refuses the site's private
-# files, and never runs a page through the program's own URL or a path the server did not
-# hand over as a page. The test then adds what only its server needs, and calls e2e_finish.
+# The checks that lighttpd_test.sh, nginx_test.sh and the FastCGI variants' tests share: the
+# example site, deployed with the server's shipped configuration (deploy/$E2E_SERVER.conf, or
+# for E2E_FASTCGI=1 deploy/nginx-fastcgi.conf or deploy/tessel-fastcgi.conf, through
+# scripts/$E2E_SERVER.sh), renders its pages, takes a posted form and a multipart upload,
+# refuses the site's private files, and never runs a page through the program's own URL or a
+# path the server did not hand over as a page. The test then adds what only its server needs,
+# and calls e2e_finish.
 #
 #   E2E_SERVER=lighttpd; source "$(dirname "$0")/servers.sh" "$1"
 #
@@ -10,9 +12,11 @@
 # (skipped) only when they cannot be installed.
 
 source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/packages.sh"
-case $E2E_SERVER in
-lighttpd) E2E_SERVER_PACKAGES=(curl lighttpd) ;;
-nginx) E2E_SERVER_PACKAGES=(curl nginx fcgiwrap) ;;
+case $E2E_SERVER${E2E_FASTCGI:+/fastcgi} in
+apache/fastcgi) E2E_SERVER_PACKAGES=(curl apache2) SHIPPED_CONF=tessel-fastcgi.conf ;;
+lighttpd) E2E_SERVER_PACKAGES=(curl lighttpd) SHIPPED_CONF=lighttpd.conf ;;
+nginx) E2E_SERVER_PACKAGES=(curl nginx fcgiwrap) SHIPPED_CONF=nginx.conf ;;
+nginx/fastcgi) E2E_SERVER_PACKAGES=(curl nginx) SHIPPED_CONF=nginx-fastcgi.conf ;;
 esac
 if ! ensure_packages "${E2E_SERVER_PACKAGES[@]}" >/dev/null 2>&1; then
     echo "SKIP: ${E2E_SERVER_PACKAGES[*]} cannot be installed"
@@ -73,15 +77,19 @@ check_contains "the entry is shown as text" '^exec[x^;echo^;echo^;id]' "$BODY"
 mkdir -p "$CGI_BIN/cache" "$CGI_BIN/chat/admin" && printf 'cached ^eval[6*7]\n' >"$CGI_BIN/cache/entry"
 printf 'hash' >"$CGI_BIN/chat/admin/password"
 chmod -R a+rX "$CGI_BIN"
-for path in /_macro.cfg /_guestbook /_header.html /.profile /shop/hits.count /shop/.htaccess \
-    /cgi-bin/.profile /cgi-bin/error_log /cgi-bin/access_log; do
+REFUSED=(/_macro.cfg /_guestbook /_header.html /.profile /shop/hits.count /shop/.htaccess)
+UNSERVED=(/_guestbook/x /cgi-bin/cache/entry /cgi-bin/chat/admin/password /cgi-bin/tessel-mysql.so)
+# Resident workers have no URL: their folder is outside the site, where Apache has no file to
+# refuse.
+PROGRAM_FILES=(/cgi-bin/.profile /cgi-bin/error_log /cgi-bin/access_log)
+if [[ ${E2E_FASTCGI:-0} == 1 ]]; then UNSERVED+=("${PROGRAM_FILES[@]}"); else REFUSED+=("${PROGRAM_FILES[@]}"); fi
+for path in "${REFUSED[@]}"; do
     e2e_get "$path"
     check_equal "$path is refused" 403 "$STATUS"
 done
-for path in /_guestbook/x /cgi-bin/cache/entry /cgi-bin/chat/admin/password \
-    /cgi-bin/tessel-mysql.so; do
+for path in "${UNSERVED[@]}"; do
     e2e_get "$path"
-    if [[ $STATUS == 200 ]] || grep -qE 'eve|cached|hash|mysql_init' "$BODY"; then
+    if [[ $STATUS == 200 ]] || grep -qE 'eve|cached|hash|mysql_init|GREETING|who\.html' "$BODY"; then
         fail "$path is not served (status $STATUS)"
     else
         echo "ok: $path is not served ($STATUS)"
@@ -120,7 +128,7 @@ done
 shipped_settings() {
     grep -oE "$1" "$2" | grep -oE 'TESSEL_[A-Z_]+' | sed 's/REQUIRE_REDIRECT/REQUIRE_HANDLER/' | sort
 }
-check_equal "deploy/$E2E_SERVER.conf turns on the settings of tessel.conf" \
+check_equal "deploy/$SHIPPED_CONF turns on the settings of tessel.conf" \
     "$(shipped_settings 'SetEnv TESSEL_[A-Z_]+ 1$' "$E2E_ROOT/deploy/tessel.conf.in")" \
-    "$(shipped_settings '"TESSEL_[A-Z_]+" => "1"|fastcgi_param TESSEL_[A-Z_]+ 1;' \
-        "$E2E_ROOT/deploy/$E2E_SERVER.conf")"
+    "$(shipped_settings '"TESSEL_[A-Z_]+" => "1"|fastcgi_param TESSEL_[A-Z_]+ 1;|SetEnv TESSEL_[A-Z_]+ 1$' \
+        "$E2E_ROOT/deploy/$SHIPPED_CONF")"
