@@ -16,7 +16,7 @@ source scripts/packages.sh
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin:$PATH
 
 ensure_packages build-essential cmake libgtest-dev python3 apache2 apache2-utils mariadb-server \
-    libmariadb-dev libgd-dev libcrypt-dev libfcgi-dev libfcgi-bin curl clang-format git \
+    libmariadb-dev libgd-dev libcrypt-dev libfcgi-dev curl clang-format git \
     python3-pil strace lighttpd nginx fcgiwrap chromium firefox-esr
 # The mail tests need a local mail transfer agent, set up for local delivery only.
 bash scripts/mail.sh install || echo "no mail agent: the mail tests will be skipped"
