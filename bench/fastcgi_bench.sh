@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Requests per second of four pages served three ways by one private Apache (event MPM): the
 # CGI program (mod_cgid, as scripts/apache.sh deploys it), the resident program
-# (tessel --fastcgi with N workers, through mod_proxy_fcgi) and PHP-FPM (N static children,
-# OPcache on, through mod_proxy_fcgi) running PHP scripts that print the same bytes
-# (bench/fastcgi/pages.py). Then the same through a private nginx: fcgiwrap for the CGI
-# program, fastcgi_pass to the same resident workers and PHP-FPM. Not a test: it checks that
-# every way gives the same body, then prints the median rate of interleaved ab runs.
+# (tessel --fastcgi with N workers, through mod_proxy_fcgi and the shipped
+# deploy/tessel-fastcgi.conf) and PHP-FPM (N static children, OPcache on, through
+# mod_proxy_fcgi) running PHP scripts that print the same bytes (bench/fastcgi/pages.py). Then
+# the same through a private nginx: the shipped deploy/nginx.conf with fcgiwrap for the CGI
+# program, deploy/nginx-fastcgi.conf for the same resident workers, and PHP-FPM. Not a test:
+# it checks that every way gives the same body, then prints the median rate of interleaved ab
+# runs and the workers' CPU time per request.
 #
 #   bash bench/fastcgi_bench.sh     ROUNDS=... (default 3) SECONDS_EACH=... (default 3)
 #                                   CLIENTS=... (default 4) WORKERS=... (default: processors)
@@ -127,11 +129,10 @@ else
 fi
 
 # ---- Apache ------------------------------------------------------------------------------
-# The settings the shipped configuration sets; the resident vhost asks the page to be named as
-# the handler's file (TESSEL_REQUIRE_HANDLER), since no Action redirect happens there.
+# The settings that scripts/apache.sh sets for the CGI program.
 settings() {
     local name
-    for name in TESSEL_AUTH_NEEDS_USER TESSEL_STOP_AT_DOCUMENT_ROOT TESSEL_INERT_REQUEST_DATA \
+    for name in TESSEL_STOP_AT_DOCUMENT_ROOT TESSEL_INERT_REQUEST_DATA \
         TESSEL_SERVER_ERROR_AS_TEXT TESSEL_SAFE_ESCAPING TESSEL_SAFE_ERROR_PAGES \
         TESSEL_MULTIPART_AS_SENT "$@"; do
         echo "    SetEnv $name 1"
@@ -162,6 +163,9 @@ LoadModule cgid_module $MODULES/mod_cgid.so
 LoadModule env_module $MODULES/mod_env.so
 LoadModule proxy_module $MODULES/mod_proxy.so
 LoadModule proxy_fcgi_module $MODULES/mod_proxy_fcgi.so
+LoadModule macro_module $MODULES/mod_macro.so
+# The shipped configuration of the resident workers, whose macro the resident port uses.
+Include "$root/deploy/tessel-fastcgi.conf"
 
 StartServers 1
 ServerLimit 4
@@ -195,16 +199,11 @@ TypesConfig /etc/mime.types
     <FilesMatch "\.html\$">
         SetHandler tessel-page
     </FilesMatch>
-$(settings TESSEL_REQUIRE_REDIRECT)
+$(settings TESSEL_REQUIRE_REDIRECT TESSEL_AUTH_NEEDS_USER)
 </VirtualHost>
 <VirtualHost 127.0.0.1:$((base + 1))>
     DocumentRoot "$site"
-    # SCRIPT_FILENAME the page's file, without the "proxy:fcgi://localhost/" that PHP-FPM takes.
-    ProxyFCGIBackendType GENERIC
-    <FilesMatch "\.html\$">
-        SetHandler "proxy:unix:$sock/tessel|fcgi://localhost/"
-    </FilesMatch>
-$(settings TESSEL_REQUIRE_HANDLER)
+    Use TesselFastCGISite "$dir/cgi-bin" "$sock/tessel"
 </VirtualHost>
 <VirtualHost 127.0.0.1:$((base + 2))>
     DocumentRoot "$work/php"
@@ -236,17 +235,23 @@ for _ in range(50):
 }
 
 # ---- nginx -------------------------------------------------------------------------------
-# The shipped page location (deploy/nginx.conf) with its socket and program set to these.
+# The shipped page locations with their sockets and program set to these: deploy/nginx.conf
+# for the CGI program through fcgiwrap, deploy/nginx-fastcgi.conf for the resident workers.
+# Fails when a line to set is no longer there, so that the copy never drifts from what ships.
 nginx_location() {
+    local file=$root/deploy/$1 from=$2 to=$3
+    grep -qF "$from" "$file" || die "$file no longer holds '$from'"
     sed -e "s|SCRIPT_FILENAME /usr/lib/tessel/tessel;|SCRIPT_FILENAME $dir/cgi-bin/tessel;|" \
-        -e "s|unix:/run/fcgiwrap.socket;|unix:$1;|" "$root/deploy/nginx.conf"
+        -e "s|$from|$to|" "$file"
 }
 
 write_nginx_config() {
     local base=$1 ng=$work/nginx
     mkdir -p "$ng/conf" "$ng/tmp"
-    nginx_location "$sock/fcgiwrap" >"$ng/conf/cgi.conf"
-    nginx_location "$sock/tessel" >"$ng/conf/resident.conf"
+    nginx_location nginx.conf "fastcgi_pass unix:/run/fcgiwrap.socket;" \
+        "fastcgi_pass unix:$sock/fcgiwrap;" >"$ng/conf/cgi.conf"
+    nginx_location nginx-fastcgi.conf "fastcgi_pass unix:/run/tessel/fastcgi.sock;" \
+        "fastcgi_pass unix:$sock/tessel;" >"$ng/conf/resident.conf"
     cat >"$ng/conf/nginx.conf" <<CONF
 daemon on;
 pid $dir/run/nginx.pid;
