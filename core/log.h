@@ -26,7 +26,8 @@ void log_line(int selector, const char* format, ...) __attribute__((format(print
 void log_signal_line(const char* message);
 
 // Logs the message to the error log and ends the run with status 254, printing nothing:
-// exhausted memory and container misuse (core/run.h: a resident worker is replaced). It formats into a fixed buffer and never touches the heap.
+// exhausted memory and container misuse (core/run.h: a resident worker is replaced). It formats
+// into a fixed buffer and never touches the heap.
 [[noreturn]] void log_fatal(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 #endif
