@@ -42,8 +42,8 @@ chmod 755 "$work"
 
 # ---- the folders, the pages and the program ----------------------------------------------
 # work/apache is the Apache's ServerRoot, with the program in its cgi-bin, which is also the
-# working folder of the resident workers (the CGI program works there too); work/run holds the
-# sockets, owned by the account everything runs as.
+# working folder of the resident workers (the CGI program works there too); work/apache/run/sock
+# holds the sockets, owned by the account everything runs as.
 dir='' site='' user=''
 mkdir -p "$work/site" "$work/php"
 python3 "$root/bench/fastcgi/pages.py" "$work/site" "$work/php"
