@@ -11,9 +11,10 @@ namespace {
 using entry_list = std::vector<char*>; // "NAME=value" strings, ending with a null
 
 struct kept_environment {
-    entry_list base;    // owned: the environment every request starts from
-    entry_list entries; // what environ points at; each string owned here or in retired
-    entry_list retired; // replaced or removed strings of this request, freed at its end
+    entry_list base;        // owned: the environment every request starts from
+    entry_list entries;     // what environ points at; each string owned here or in retired
+    entry_list retired;     // replaced or removed strings of this request, freed at its end
+    std::vector<int> slots; // env_begin_request's index of the entries by name, reused
 };
 
 kept_environment* kept = nullptr;
@@ -70,6 +71,22 @@ void entries_from_base()
     environ = kept->entries.data();
 }
 
+// The slot of kept->slots (a power of two in size, with a free slot) that holds the index of
+// the entry named by the name_size bytes at name, or the free slot where that index goes.
+int& entry_slot(const char* name, size_t name_size)
+{
+    std::vector<int>& slots = kept->slots;
+    size_t hash = 14695981039346656037u; // FNV-1a
+    for (size_t i = 0; i < name_size; i++)
+        hash = (hash ^ (unsigned char)name[i]) * 1099511628211u;
+    size_t mask = slots.size() - 1;
+    for (size_t i = hash & mask;; i = (i + 1) & mask) {
+        const char* entry = slots[i] < 0 ? nullptr : kept->entries[slots[i]];
+        if (!entry || (strncmp(entry, name, name_size) == 0 && entry[name_size] == '='))
+            return slots[i];
+    }
+}
+
 } // namespace
 
 void env_keep_base()
@@ -94,13 +111,39 @@ bool env_is_kept()
 void env_begin_request(char** params)
 {
     entries_from_base();
+    entry_list& entries = kept->entries;
+    entries.pop_back(); // the terminating null, put back once the params are in
+    size_t count = entries.size();
+    for (char** param = params; param && *param; param++)
+        count++;
+    // The entries indexed by name, so that a request costs what its params hold however many a
+    // server sends (one for each header of the request). A param takes the place of the first
+    // entry of its name, the one getenv reads.
+    size_t size = 64;
+    while (size < 2 * count)
+        size *= 2;
+    kept->slots.assign(size, -1);
+    for (size_t i = 0; i < entries.size(); i++) {
+        int& slot = entry_slot(entries[i], strchr(entries[i], '=') - entries[i]);
+        if (slot < 0)
+            slot = (int)i;
+    }
     for (char** param = params; param && *param; param++) {
         const char* equals = strchr(*param, '=');
-        if (equals)
-            entry_put(strdup(*param), equals - *param);
+        if (!equals)
+            continue;
+        char* entry = strdup(*param);
+        int& slot = entry_slot(entry, equals - *param);
+        if (slot < 0) {
+            slot = (int)entries.size();
+            entries.push_back(entry);
+        } else {
+            free(entries[slot]); // no string a caller holds yet: the request has not started
+            entries[slot] = entry;
+        }
     }
-    // A base value the request replaced is no string a caller holds yet.
-    entries_free(kept->retired);
+    entries.push_back(nullptr);
+    environ = entries.data();
 }
 
 void env_end_request()
