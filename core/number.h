@@ -59,4 +59,20 @@ struct fmt_digits {
 fmt_digits fmt_int(int n);
 fmt_digits fmt_ulong(unsigned long n);
 
+// The most decimals fmt_fixed prints.
+constexpr int FMT_FIXED_MAX_DECIMALS = 15;
+
+// value with decimals digits after the point, exactly as "%.<decimals>f" prints it (a minus
+// sign for every negative value and for negative zero, exact ties to even), into out. False,
+// with out unspecified, when this cheap path cannot be sure of printf's digits: a value that is
+// not finite, a value times 10^decimals of 2^50 or more, decimals outside
+// 0..FMT_FIXED_MAX_DECIMALS, or a scaled value too close to a rounding boundary. The caller
+// then formats with snprintf.
+bool fmt_fixed(double value, int decimals, fmt_digits& out);
+
+// The value of the decimal number of len bytes at p ("-12.5", "+3", ".25", "7."; no exponent)
+// exactly as strtod reads it. False when this cheap path cannot be sure: other bytes, more
+// than 15 digits or none, or more than 22 of them after the point. The caller then uses strtod.
+bool parse_decimal(const char* p, size_t len, double& value);
+
 #endif

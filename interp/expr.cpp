@@ -213,8 +213,10 @@ bool read_number(const char* p, double& value, const char*& end)
     size_t len = decimal_length(p);
     if (len == 0)
         return false;
-    str_holder copy(str_dup_n(p, len)); // strtod alone would also take "inf" and hex forms
-    value = strtod(copy.get(), nullptr);
+    if (!parse_decimal(p, len, value)) {
+        str_holder copy(str_dup_n(p, len)); // strtod alone would also take "inf" and hex forms
+        value = strtod(copy.get(), nullptr);
+    }
     end = p + len;
     return true;
 }
@@ -486,6 +488,26 @@ conversion read_conversion(const char* p)
     return c;
 }
 
+// The decimals of a plain "%f" or "%.Nf" conversion (no flags, no width), whose digits
+// fmt_fixed can print; -1 for any other conversion.
+int fixed_decimals(const conversion& c)
+{
+    const std::string& s = c.spec;
+    if (c.letter != 'f' && c.letter != 'F')
+        return -1;
+    if (s.size() == 2)
+        return 6;
+    if (s[1] != '.')
+        return -1;
+    int decimals = 0;
+    for (size_t i = 2; i + 1 < s.size(); i++) {
+        if (!is_digit(s[i]) || decimals > FMT_FIXED_MAX_DECIMALS)
+            return -1;
+        decimals = decimals * 10 + (s[i] - '0');
+    }
+    return decimals;
+}
+
 // Formats the value through one conversion; false when the conversion cannot take a number.
 bool format_conversion(const conversion& c, double value, number_kind kind, std::string& out)
 {
@@ -499,6 +521,12 @@ bool format_conversion(const conversion& c, double value, number_kind kind, std:
         double shown = kind == number_kind::floating       ? value
                        : kind == number_kind::unsigned_int ? (double)low_bits
                                                            : (double)whole;
+        int decimals = fixed_decimals(c);
+        fmt_digits fixed;
+        if (decimals >= 0 && fmt_fixed(shown, decimals, fixed)) {
+            out += fixed.text;
+            return true;
+        }
         snprintf(piece, sizeof piece, c.spec.c_str(), shown);
     } else if (integer && c.letter && strchr("di", c.letter)) {
         snprintf(piece, sizeof piece, c.spec.c_str(), whole);

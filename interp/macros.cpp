@@ -253,8 +253,11 @@ const char* macro_body(const char* name)
 char* macro_substitute(const char* body, int count, char** params)
 {
     str_builder out;
-    for (const char* p = str_or_empty(body); *p;) {
-        if (p[0] != '$' || (p[1] != '$' && !is_digit(p[1]))) {
+    const char* p = str_or_empty(body);
+    for (const char* dollar; (dollar = strchr(p, '$'));) {
+        out.append(p, dollar - p); // the text up to the "$" goes over in one piece
+        p = dollar;
+        if (p[1] != '$' && !is_digit(p[1])) {
             out.append(*p++);
             continue;
         }
@@ -270,6 +273,7 @@ char* macro_substitute(const char* body, int count, char** params)
         if (number > 0 && number < count)
             out.append(params[number]);
     }
+    out.append(p);
     return out.take(true);
 }
 
