@@ -21,6 +21,7 @@
 #ifndef TESSEL_INTERP_SCANNER_H
 #define TESSEL_INTERP_SCANNER_H
 
+#include <array>
 #include <cstddef>
 #include <cstring>
 #include <optional>
@@ -109,6 +110,14 @@ private:
         size_t first;
     };
 
+    // The bytes that mean something inside a parameter list.
+    static constexpr std::array<bool, 256> LIST_SYNTAX = [] {
+        std::array<bool, 256> syntax{};
+        for (unsigned char c : {'[', ']', ';', '`', '^'})
+            syntax[c] = true;
+        return syntax;
+    }();
+
     // Scans the parameter list that opens at open.
     template <class F> caret_scan scan_list(size_t open, F& on_param)
     {
@@ -117,6 +126,10 @@ private:
         size_t start = open + 1;
         for (size_t i = open; i < size_; i++) {
             char c = text_[i];
+            if (!LIST_SYNTAX[(unsigned char)c]) {
+                escaped = false; // all that any other byte does
+                continue;
+            }
             if (!escaped && !quoted) {
                 if (c == '[')
                     depth++;

@@ -67,10 +67,14 @@ option_items option_union(int count, char** params)
     return all;
 }
 
-// The expansion of a copy of parameter i; null when the call has no such parameter.
-char* compare_expand_copy(int count, char** params, int i)
+// Parameter i expanded in its slot and handed over, the slot left empty: a parameter without
+// calls costs no copy. Null when the call has no such parameter. Ownership: new result.
+char* compare_take(int count, char** params, int i)
 {
-    return expand_copy(param_text(count, params, i));
+    char* text = expand_param_text(count, params, i);
+    if (text)
+        params[i] = nullptr;
+    return text;
 }
 
 constexpr param_range EQ_PARAMS = {3, 4};
@@ -80,41 +84,41 @@ char* op_eq(int count, char** params)
 {
     if (!EQ_PARAMS.accepts(count))
         return page_error("[eq: wrong params number]");
-    str_holder a(expand_copy(params[0]));
-    str_holder b(expand_copy(params[1]));
-    return compare_expand_copy(count, params, str_equal(a.get(), b.get()) ? 2 : 3);
+    expand_param(params, 0);
+    expand_param(params, 1);
+    return compare_take(count, params, str_equal(params[0], params[1]) ? 2 : 3);
 }
 
 char* op_ifdef(int count, char** params)
 {
     if (!IFDEF_PARAMS.accepts(count))
         return page_error("[ifdef: wrong params number]");
-    str_holder x(expand_copy(params[0]));
-    return compare_expand_copy(count, params, x.get() ? 1 : 2);
+    expand_param(params, 0);
+    return compare_take(count, params, params[0] ? 1 : 2);
 }
 
 char* op_start(int, char** params)
 {
-    str_holder prefix(expand_copy(params[0]));
-    bool inside = str_nonempty(prefix.get()) && str_starts_with(req.request_uri, prefix.get());
-    return expand_copy(params[inside ? 1 : 2]);
+    const char* prefix = expand_param_text(3, params, 0);
+    bool inside = str_nonempty(prefix) && str_starts_with(req.request_uri, prefix);
+    return compare_take(3, params, inside ? 1 : 2);
 }
 
 char* op_default(int, char** params)
 {
     expand_param(params, 0);
-    if (str_nonempty(params[0]))
-        return str_dup(params[0]);
-    return expand_copy(params[1]);
+    if (!str_nonempty(params[0]))
+        return compare_take(2, params, 1);
+    char* text = params[0]; // handed over: the slot is left empty
+    params[0] = nullptr;
+    return text;
 }
 
 char* op_cmp(int, char** params)
 {
-    str_holder a(expand_copy(params[0]));
-    str_holder b(expand_copy(params[1]));
-    int left = str_to_int(a.get());
-    int right = str_to_int(b.get());
-    return expand_copy(params[left < right ? 2 : left == right ? 3 : 4]);
+    int left = expand_param_int(5, params, 0);
+    int right = expand_param_int(5, params, 1);
+    return compare_take(5, params, left < right ? 2 : left == right ? 3 : 4);
 }
 
 char* op_optionset(int, char** params)

@@ -30,11 +30,14 @@ char* control_eval(char* text, const char* who, double& value)
     return expr_status == EXPR_OK ? nullptr : expr_error_message(who, rest);
 }
 
-// Parameter i expanded, null when the call has none; the slot keeps the raw text.
-// Ownership: new result.
+// Parameter i expanded in its slot and handed over, the slot left empty: a branch without
+// calls costs no copy. Null when the call has none. Ownership: new result.
 char* control_branch(int count, char** params, int i)
 {
-    return i < count ? expand_view(params[i]) : nullptr;
+    char* text = expand_param_text(count, params, i);
+    if (text)
+        params[i] = nullptr;
+    return text;
 }
 
 // The 32-bit integer arithmetic of var(name;op;operand): wraps around, and a zero divisor
@@ -122,9 +125,10 @@ char* op_var(int count, char** params)
         return escape_take(str_dup(vars.get(params[0])));
     }
     bool request_data = request_data_in_call();
-    if (count == 2)
-        vars.set(params[0], params[1]);
-    else if (str_equal(params[1], ".")) {
+    if (count == 2) {
+        vars.set_take(params[0], params[1]); // the value is handed over from its slot
+        params[1] = nullptr;
+    } else if (str_equal(params[1], ".")) {
         vars.append(params[0], params[2]); // in place, so building a text costs what it adds
         request_data = request_data || var_holds_request_data(params[0]);
     } else
