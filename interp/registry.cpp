@@ -24,6 +24,8 @@
 #include "interp/request.h"
 #include "interp/scanner.h"
 
+char lazy_slot_mark;
+
 namespace {
 
 // FNV-1a over the bytes of name.
@@ -73,6 +75,8 @@ bool registry_prefilled()
 
 namespace {
 
+char* const LAZY_SLOT = &lazy_slot_mark;
+
 // The parameters of one call: up to MAX_PARAMS heap strings, freed last to first.
 struct param_slots {
     char* slots[MAX_PARAMS + 1] = {};
@@ -86,6 +90,49 @@ struct param_slots {
             str_free(slots[--count]);
     }
 };
+
+// The parameters of a LAZY_PARAMS call: slots still waiting hold no string to free.
+struct lazy_param_slots : param_slots {
+    ~lazy_param_slots()
+    {
+        for (int i = 0; i < count; i++)
+            if (slots[i] == LAZY_SLOT)
+                slots[i] = nullptr;
+    }
+};
+
+// A LAZY_PARAMS call while its handler runs: where its slots' bytes lie. The calls in progress
+// form a stack through outer, innermost first; a handler asks for its own call's slots.
+struct lazy_call {
+    char** slots;
+    const char* text;
+    const text_range* ranges;
+    lazy_call* outer;
+};
+lazy_call* lazy_calls = nullptr;
+
+// Puts a LAZY_PARAMS call on the stack while its handler runs, also when an exception passes.
+struct lazy_scope {
+    lazy_call call;
+    lazy_scope(char** slots, const char* text, const text_range* ranges)
+        : call{slots, text, ranges, lazy_calls}
+    {
+        lazy_calls = &call;
+    }
+    lazy_scope(const lazy_scope&) = delete;
+    lazy_scope& operator=(const lazy_scope&) = delete;
+    ~lazy_scope() { lazy_calls = call.outer; }
+};
+
+// The bytes of a waiting slot: in the call that owns the slot array.
+text_range lazy_bytes(char** params, int i, const char*& text)
+{
+    lazy_call* call = lazy_calls;
+    while (call->slots != params)
+        call = call->outer;
+    text = call->text;
+    return call->ranges[i];
+}
 
 // Lowers the nesting counter when a dispatched call ends, by return or by exception, and
 // gives the enclosing call back its own start for request_data_in_call.
@@ -229,6 +276,13 @@ char* call_ranges(const operator_entry* known, const char* name, const char* tex
     depth_guard leave;
     const op_row& row = *entry->row;
     bool raw = row.flags & RAW_PARAMS;
+    if (raw && (row.flags & LAZY_PARAMS)) {
+        lazy_param_slots params;
+        for (int k = 0; k < count; k++)
+            params.slots[params.count++] = ranges[k].end > ranges[k].start ? LAZY_SLOT : nullptr;
+        lazy_scope scope(params.slots, text, ranges);
+        return call_handler(row, name, count, params.slots);
+    }
     param_slots params;
     for (int k = 0; k < count; k++) {
         const text_range& r = ranges[k];
@@ -361,6 +415,23 @@ char* expand_text(char* text, expand_mode mode)
 char* expand_in_place(char* text)
 {
     return expand_text(text, expand_mode::PLAIN);
+}
+
+void expand_lazy_param(char** params, int i)
+{
+    const char* text;
+    text_range r = lazy_bytes(params, i, text);
+    params[i] = expand_bytes(text + r.start, r.end - r.start, expand_mode::PLAIN);
+}
+
+char* param_raw(char** params, int i)
+{
+    if (params[i] == LAZY_SLOT) {
+        const char* text;
+        text_range r = lazy_bytes(params, i, text);
+        params[i] = str_copy_bytes(text + r.start, r.end - r.start);
+    }
+    return params[i];
 }
 
 char* expand_for_second_pass(char* text)

@@ -17,6 +17,13 @@ constexpr unsigned RAW_PARAMS = 1;
 // dispatcher notes it (request_data_note in interp/request.h) when the handler returns.
 constexpr unsigned REQUEST_DATA = 2;
 
+// Flag bit 2, with RAW_PARAMS: a slot that the handler reads only through expand_param (and
+// the accessors built on it) or param_raw is filled when it asks: a parameter it expands is
+// expanded straight from the text around the call, with no raw copy, and one it never reads
+// (a branch not chosen) is never copied. Until then the slot holds a mark that is no text:
+// the handler reads no slot directly before one of those calls.
+constexpr unsigned LAZY_PARAMS = 4;
+
 // The most parameters one call may carry; a call with more is left as text.
 constexpr int MAX_PARAMS = 19;
 
@@ -107,12 +114,26 @@ char* call_operator(const char* name, int count, char** params);
 // so a parameter slot handed in still owns it. Ownership: takes text, new result.
 char* expand_in_place(char* text);
 
+// What a LAZY_PARAMS slot holds until its handler asks for it: its address is no string's.
+extern char lazy_slot_mark;
+
+// Fills a waiting LAZY_PARAMS slot with its parameter expanded from the call's text.
+void expand_lazy_param(char** params, int i);
+
 // Expands parameter slot i of a call in place: what raw-parameter handlers do with the
 // parameters they evaluate once. Requires: i < the call's parameter count.
 inline void expand_param(char** params, int i)
 {
-    params[i] = expand_in_place(params[i]);
+    if (params[i] == &lazy_slot_mark)
+        expand_lazy_param(params, i);
+    else
+        params[i] = expand_in_place(params[i]);
 }
+
+// Slot i of a call with its raw text: a LAZY_PARAMS slot still waiting is filled with a copy
+// of the parameter as written. Requires: i < the call's parameter count. Ownership: view
+// (the slot stays the expander's).
+char* param_raw(char** params, int i);
 
 // Expands parameter slot i in place when the call has it and returns the slot: null when the
 // call has fewer parameters. Ownership: view (the slot stays the expander's).

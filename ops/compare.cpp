@@ -178,16 +178,16 @@ char* op_optioncount(int, char** params)
 // clang-format off
 extern constexpr op_row compare_rows[] = {
     // name           handler          params  flags       accepted
-    {"eq",            op_eq,           0,      RAW_PARAMS, EQ_PARAMS},
-    {"ifdef",         op_ifdef,        0,      RAW_PARAMS, IFDEF_PARAMS},
-    {"start",         op_start,        3,      RAW_PARAMS},
-    {"default",       op_default,      2,      RAW_PARAMS},
+    {"eq",            op_eq,           0,      RAW_PARAMS | LAZY_PARAMS, EQ_PARAMS},
+    {"ifdef",         op_ifdef,        0,      RAW_PARAMS | LAZY_PARAMS, IFDEF_PARAMS},
+    {"start",         op_start,        3,      RAW_PARAMS | LAZY_PARAMS},
+    {"default",       op_default,      2,      RAW_PARAMS | LAZY_PARAMS},
     {"optionset",     op_optionset,    2,      0},
     {"optionclear",   op_optionclear,  2,      0},
     {"optionor",      op_optionor,     0,      0},
     {"optionand",     op_optionand,    0,      0},
     {"optioncount",   op_optioncount,  0,      0},
-    {"cmp",           op_cmp,          5,      RAW_PARAMS},
+    {"cmp",           op_cmp,          5,      RAW_PARAMS | LAZY_PARAMS},
 };
 // clang-format on
 

@@ -112,7 +112,7 @@ char* op_var(int count, char** params)
     {
         escape_mode_scope none(ESCAPE_MODE_NONE);
         if (count <= 1)
-            params[0] = expand_for_second_pass(params[0]);
+            params[0] = expand_for_second_pass(param_raw(params, 0));
         else
             for (int i = 0; i < count; i++)
                 expand_param(params, i);
@@ -221,9 +221,9 @@ char* op_for(int count, char** params)
 // clang-format off
 extern constexpr op_row control_rows[] = {
     // name    handler    params  flags       accepted
-    {"var",    op_var,    0,      RAW_PARAMS, {1, 3}},
+    {"var",    op_var,    0,      RAW_PARAMS | LAZY_PARAMS, {1, 3}},
     {"eval",   op_eval,   0,      0,          {1, 2}},
-    {"if",     op_if,     0,      RAW_PARAMS, IF_PARAMS},
+    {"if",     op_if,     0,      RAW_PARAMS | LAZY_PARAMS, IF_PARAMS},
     {"while",  op_while,  2,      RAW_PARAMS},
     {"for",    op_for,    0,      RAW_PARAMS, {4, 5}},
 };

@@ -33,6 +33,14 @@ char* op_self(int, char**)
     return str_dup("^show[again]");
 }
 
+// "<p0 expanded>:<p1 as written>" through the accessors of a LAZY_PARAMS handler.
+char* op_lazy(int count, char** params)
+{
+    const char* first = expand_param_text(count, params, 0);
+    std::string out = std::string(first ? first : "-") + ":" + str_or_empty(param_raw(params, 1));
+    return str_dup(out.c_str());
+}
+
 char* op_nothing(int, char**)
 {
     return nullptr;
@@ -54,6 +62,7 @@ protected:
     {
         register_operator("show", op_show, 0, 0);
         register_operator("raw", op_raw, 1, RAW_PARAMS);
+        register_operator("lazy", op_lazy, 3, RAW_PARAMS | LAZY_PARAMS);
         register_operator("self", op_self, 0, 0);
         register_operator("nothing", op_nothing, 0, 0);
         register_operator("empty", op_empty, 0, 0);
@@ -97,6 +106,16 @@ TEST_F(Expander, NestedCallsRunFirstUnlessRaw)
     EXPECT_EQ(expand("^show[^show[a];b]"), "((a)|b)");
     EXPECT_EQ(expand("^raw[^show[a]]"), "^show[a]");
     EXPECT_EQ(expand("<^self[]>"), "<^show[again]>");
+}
+
+// A lazy call's slots are filled from its own text when asked, also while a lazy call in
+// one of its parameters runs; a slot never asked for is left alone.
+TEST_F(Expander, LazyParametersComeFromTheirOwnCall)
+{
+    EXPECT_EQ(expand("^lazy[^show[a];^show[b];^self[]]"), "(a):^show[b]");
+    EXPECT_EQ(expand("^lazy[^lazy[x;^show[y];];^lazy[;q;];z]"), "x:^show[y]:^lazy[;q;]");
+    EXPECT_EQ(expand("^lazy[;;]"), "-:");
+    EXPECT_EQ(expand("^lazy[`^show[a]`;`b;c`;]"), "(a):b;c");
 }
 
 TEST_F(Expander, ErrorsAndEmptyResults)
