@@ -1,6 +1,7 @@
 // Digit tests, reading integers, and decimal formatting.
 #include "core/number.h"
 
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -17,7 +18,28 @@ bool str_is_digits(const char* s)
 
 int str_to_int(const char* s)
 {
-    return s ? atoi(s) : 0;
+    // What atoi does (glibc's is (int)strtol(s, nullptr, 10): the long clamps on overflow and
+    // the conversion keeps its low bits), without strtol's general-base machinery.
+    if (!s)
+        return 0;
+    while (*s == ' ' || (*s >= '\t' && *s <= '\r'))
+        s++;
+    bool negative = *s == '-';
+    if (*s == '-' || *s == '+')
+        s++;
+    constexpr unsigned long LIMIT_POSITIVE = LONG_MAX;
+    unsigned long limit = negative ? LIMIT_POSITIVE + 1 : LIMIT_POSITIVE;
+    unsigned long magnitude = 0;
+    for (; *s >= '0' && *s <= '9'; s++) {
+        unsigned digit = (unsigned)(*s - '0');
+        if (magnitude > (limit - digit) / 10) {
+            magnitude = limit; // clamped, as strtol does; the other digits change nothing
+            break;
+        }
+        magnitude = magnitude * 10 + digit;
+    }
+    long value = negative ? (long)(0ul - magnitude) : (long)magnitude;
+    return (int)value;
 }
 
 // The decimal digits of magnitude, after a minus sign when negative, from the start of the

@@ -38,6 +38,36 @@ TEST(Number, FormattersMatchPrintf)
     EXPECT_STREQ(second.text, "-22");
 }
 
+// str_to_int reads what atoi reads: blanks, sign, digits, and an overflow clamped as strtol
+// clamps it before the low bits are kept.
+TEST(Number, IntegerMatchesAtoi)
+{
+    std::mt19937_64 random(3);
+    std::vector<std::string> texts = {"",
+                                      " \t\n\v\f\r42x",
+                                      "+7",
+                                      "-0",
+                                      "- 5",
+                                      "2147483648",
+                                      "-2147483649",
+                                      "4294967297",
+                                      "9223372036854775807",
+                                      "9223372036854775808",
+                                      "-9223372036854775808",
+                                      "-9223372036854775809",
+                                      "99999999999999999999999",
+                                      "\x85"
+                                      "1"};
+    for (int i = 0; i < 20000; i++) {
+        std::string text = (random() % 3 ? "" : " ") + std::string(random() % 2 ? "-" : "") +
+                           std::to_string(random() >> (random() % 64));
+        texts.push_back(text + (random() % 2 ? "" : "7.5"));
+    }
+    for (const std::string& text : texts)
+        ASSERT_EQ(str_to_int(text.c_str()), atoi(text.c_str())) << text;
+    EXPECT_EQ(str_to_int(nullptr), 0);
+}
+
 // Where fmt_fixed takes a value it prints what "%.Nf" prints, for random doubles of every
 // magnitude, halves and quarters (exact ties), cents, negative zero and values near 2^50; and
 // it takes nearly all ordinary prices, so the fallback stays rare.
