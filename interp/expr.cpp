@@ -539,6 +539,22 @@ bool format_conversion(const conversion& c, double value, number_kind kind, std:
     return true;
 }
 
+// The decimals of a format that is one plain "%.Nf" (or "%f") and nothing else; -1 otherwise.
+int whole_fixed_format(const char* format)
+{
+    if (format[0] != '%')
+        return -1;
+    if (format[1] == 'f' && !format[2])
+        return 6;
+    if (format[1] != '.')
+        return -1;
+    int decimals = 0;
+    const char* p = format + 2;
+    for (; is_digit(*p) && decimals <= FMT_FIXED_MAX_DECIMALS; p++)
+        decimals = decimals * 10 + (*p - '0');
+    return p[0] == 'f' && !p[1] && decimals <= FMT_FIXED_MAX_DECIMALS ? decimals : -1;
+}
+
 number_kind format_kind(const char* format)
 {
     if (!strpbrk(format, "diouxX"))
@@ -634,6 +650,10 @@ char* expr_format_number(double value, const char* format)
 {
     if (!format)
         return str_dup(fmt_int(expr_to_int(value)).text);
+    int decimals = whole_fixed_format(format);
+    fmt_digits fixed;
+    if (decimals >= 0 && fmt_fixed(value, decimals, fixed))
+        return str_dup(fixed.text); // the common "%.2f" without building the general result
     number_kind kind = format_kind(format);
     std::string out;
     bool used = false;

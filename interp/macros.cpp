@@ -250,9 +250,11 @@ const char* macro_body(const char* name)
 
 // ---- calls ------------------------------------------------------------------------------
 
-char* macro_substitute(const char* body, int count, char** params)
+namespace {
+
+// macro_substitute into out.
+void substitute_into(str_builder& out, const char* body, int count, char** params)
 {
-    str_builder out;
     const char* p = str_or_empty(body);
     for (const char* dollar; (dollar = strchr(p, '$'));) {
         out.append(p, dollar - p); // the text up to the "$" goes over in one piece
@@ -274,6 +276,14 @@ char* macro_substitute(const char* body, int count, char** params)
             out.append(params[number]);
     }
     out.append(p);
+}
+
+} // namespace
+
+char* macro_substitute(const char* body, int count, char** params)
+{
+    str_builder out;
+    substitute_into(out, body, count, params);
     return out.take(true);
 }
 
@@ -303,7 +313,10 @@ char* macro_call(int count, char** params)
     if (!body)
         return params[0] ? page_error("[undefined macro %s]", params[0])
                          : page_error("[undefined macro ");
-    return expand_taken(macro_substitute(body, count, params));
+    // Expanded where it was built: a short body costs no allocation before its calls run.
+    str_builder text;
+    substitute_into(text, body, count, params);
+    return text.size() > 0 ? expand_view(text.view()) : nullptr;
 }
 
 char* macro_use(const char* name)
