@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <vector>
 
@@ -272,8 +273,11 @@ void substitute_into(str_builder& out, const char* body, int count, char** param
         p += 2;
         if (is_digit(*p))
             number = number * 10 + (*p++ - '0');
-        if (number > 0 && number < count)
-            out.append(params[number]);
+        std::string_view argument = number > 0 && number < count
+                                        ? param_raw_view(params, number) // no copy of a lazy slot
+                                        : std::string_view();
+        if (!argument.empty())
+            out.append(argument.data(), argument.size());
     }
     out.append(p);
 }

@@ -424,6 +424,15 @@ void expand_lazy_param(char** params, int i)
     params[i] = expand_bytes(text + r.start, r.end - r.start, expand_mode::PLAIN);
 }
 
+std::string_view param_raw_view(char** params, int i)
+{
+    if (params[i] != LAZY_SLOT)
+        return params[i] ? std::string_view(params[i]) : std::string_view();
+    const char* text;
+    text_range r = lazy_bytes(params, i, text);
+    return std::string_view(text + r.start, r.end - r.start);
+}
+
 char* param_raw(char** params, int i)
 {
     if (params[i] == LAZY_SLOT) {

@@ -3,6 +3,7 @@
 #define TESSEL_INTERP_REGISTRY_H
 
 #include <cstddef>
+#include <string_view>
 #include <vector>
 
 // A handler reads (count, params) and returns a new heap string or null. The parameter slots
@@ -18,9 +19,9 @@ constexpr unsigned RAW_PARAMS = 1;
 constexpr unsigned REQUEST_DATA = 2;
 
 // Flag bit 2, with RAW_PARAMS: a slot that the handler reads only through expand_param (and
-// the accessors built on it) or param_raw is filled when it asks: a parameter it expands is
-// expanded straight from the text around the call, with no raw copy, and one it never reads
-// (a branch not chosen) is never copied. Until then the slot holds a mark that is no text:
+// the accessors built on it), param_raw or param_raw_view is filled when it asks: a parameter it
+// expands is expanded straight from the text around the call, with no raw copy, and one it never
+// reads (a branch not chosen) is never copied. Until then the slot holds a mark that is no text:
 // the handler reads no slot directly before one of those calls.
 constexpr unsigned LAZY_PARAMS = 4;
 
@@ -134,6 +135,11 @@ inline void expand_param(char** params, int i)
 // of the parameter as written. Requires: i < the call's parameter count. Ownership: view
 // (the slot stays the expander's).
 char* param_raw(char** params, int i);
+
+// The bytes of parameter i as written, without filling a waiting slot: a view of the call's
+// text for a LAZY_PARAMS slot that waits, else the slot's text. Requires: i < the call's
+// parameter count. Ownership: view, valid while the handler runs and the slot is unchanged.
+std::string_view param_raw_view(char** params, int i);
 
 // Expands parameter slot i in place when the call has it and returns the slot: null when the
 // call has fewer parameters. Ownership: view (the slot stays the expander's).

@@ -35,7 +35,7 @@ char* op_macro_exists(int, char** params)
 // clang-format off
 extern constexpr op_row macros_rows[] = {
     // name          handler          params  flags
-    {"macro",        op_macro,        0,      RAW_PARAMS},
+    {"macro",        op_macro,        0,      RAW_PARAMS | LAZY_PARAMS},
     {"macro_new",    op_macro_new,    2,      RAW_PARAMS},
     {"macro_use",    op_macro_use,    1,      0},
     {"macro_exists", op_macro_exists, 1,      0},
