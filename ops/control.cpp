@@ -6,6 +6,8 @@
 // never run.
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <string_view>
 
 #include "core/number.h"
 #include "core/sorted_map.h"
@@ -107,8 +109,26 @@ private:
 
 // var[name], var[name;value], var[name;op;operand]. A variable holds request data when the
 // call that set it read some; reading it then reads request data.
+// The value of the variable name, as var[name] shows it. Ownership: borrows name, new result.
+char* var_read(const char* name)
+{
+    if (var_holds_request_data(name))
+        request_data_note();
+    return escape_take(str_dup(req.variables->get(name)));
+}
+
 char* op_var(int count, char** params)
 {
+    if (count == 1) {
+        // A name without calls, as nearly every one is, is read where the call wrote it.
+        std::string_view raw = param_raw_view(params, 0);
+        char name[64];
+        if (!raw.empty() && raw.size() < sizeof name && !memchr(raw.data(), '^', raw.size())) {
+            memcpy(name, raw.data(), raw.size());
+            name[raw.size()] = '\0';
+            return var_read(name);
+        }
+    }
     {
         escape_mode_scope none(ESCAPE_MODE_NONE);
         if (count <= 1)
@@ -120,9 +140,7 @@ char* op_var(int count, char** params)
     sorted_map& vars = *req.variables;
     if (count <= 1) {
         expand_param(params, 0); // the name is expanded a second time
-        if (var_holds_request_data(params[0]))
-            request_data_note();
-        return escape_take(str_dup(vars.get(params[0])));
+        return var_read(params[0]);
     }
     bool request_data = request_data_in_call();
     if (count == 2) {
