@@ -453,7 +453,10 @@ char* expand_for_second_pass(char* text)
 
 char* expand_page_text(char* text)
 {
-    return expand_text(text, expand_mode::PAGE);
+    str_holder held(text); // frees the page when an error ends the request from inside it
+    char* out = expand_text(text, expand_mode::PAGE);
+    held.release(); // the result, or freed by expand_text
+    return out;
 }
 
 char* quote_for_expansion(const char* text)

@@ -110,11 +110,20 @@ int listen_unix(const char* address, const char* path)
             listen_failed(address, "another server is listening there");
         unlink(path);
     }
+    // The socket is made under a name of its own and renamed into place once it listens, so
+    // whoever waits for the file never finds it refusing connections; a path too long for the
+    // extra characters is bound as it is.
+    sockaddr_un made = where;
+    int extra = snprintf(made.sun_path, sizeof made.sun_path, "%s.%d", path, (int)getpid());
+    if (extra < 0 || (size_t)extra >= sizeof made.sun_path)
+        made = where;
+    unlink(made.sun_path);
     // Only the owner and its group (the web server's user, in a shared group) may connect.
     mode_t saved = umask(0117);
-    bool bound = bind(fd, (sockaddr*)&where, sizeof where) == 0;
+    bool bound = bind(fd, (sockaddr*)&made, sizeof made) == 0;
     umask(saved);
-    if (!bound || listen(fd, LISTEN_BACKLOG) != 0)
+    if (!bound || listen(fd, LISTEN_BACKLOG) != 0 ||
+        (strcmp(made.sun_path, path) != 0 && rename(made.sun_path, path) != 0))
         listen_failed(address, strerror(errno));
     return fd;
 }

@@ -11,6 +11,7 @@ Usage: modes_test.py PROGRAM
 - run by a server, the program takes no --fastcgi from its command line (a query string
   without "=" arrives there).
 """
+import atexit
 import os
 import signal
 import socket
@@ -27,6 +28,24 @@ PROGRAM = os.path.abspath(sys.argv[1])
 SITE = tempfile.mkdtemp(prefix="tessel-modes-")
 FAILED_STATUS = b"Status: 500 Internal Server Error\n"
 failures = []
+started = []
+
+
+def start(args, **options):
+    """Popen for a server of the test: it writes nothing on the test's output (which the test
+    runner waits on until every holder closes it), and is killed if the test ends early."""
+    options.setdefault("stdout", subprocess.DEVNULL)
+    options.setdefault("stdin", subprocess.DEVNULL)
+    process = subprocess.Popen(args, **options)
+    started.append(process)
+    return process
+
+
+@atexit.register
+def kill_left():
+    for process in started:
+        if process.poll() is None:
+            process.kill()  # its workers follow: they end with their parent
 
 
 def check(what, ok, detail=""):
@@ -77,9 +96,8 @@ def listening_unix_socket(path):
 def started_on(listener, args, stdin=False):
     env = {k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")}
     if stdin:
-        return subprocess.Popen([PROGRAM], stdin=listener.fileno(), env=env, cwd=SITE)
-    return subprocess.Popen([PROGRAM] + args, pass_fds=[listener.fileno()], env=env, cwd=SITE,
-                            stdin=subprocess.DEVNULL)
+        return start([PROGRAM], stdin=listener.fileno(), env=env, cwd=SITE)
+    return start([PROGRAM] + args, pass_fds=[listener.fileno()], env=env, cwd=SITE)
 
 
 write("fine.html", "fine ^eval[6*7]\n")
@@ -103,8 +121,7 @@ port_socket = socket.socket()
 port_socket.bind(("127.0.0.1", 0))
 port = port_socket.getsockname()[1]
 port_socket.close()
-process = subprocess.Popen([PROGRAM, "--fastcgi", "127.0.0.1:%d" % port, "--workers", "1"],
-                           cwd=SITE, stdin=subprocess.DEVNULL)
+process = start([PROGRAM, "--fastcgi", "127.0.0.1:%d" % port, "--workers", "1"], cwd=SITE)
 deadline = time.monotonic() + 30
 while True:
     try:
@@ -127,8 +144,8 @@ for address in ("0.0.0.0:%d" % port, "192.0.2.1:9000", "[::]:%d" % port, "exampl
 def limited(name, limits):
     path = os.path.join(scratch, name)
     with open(path + ".stderr", "wb") as said:
-        process = subprocess.Popen([PROGRAM, "--fastcgi", "unix:" + path, "--workers", "2"] +
-                                   limits, cwd=SITE, stdin=subprocess.DEVNULL, stderr=said)
+        process = start([PROGRAM, "--fastcgi", "unix:" + path, "--workers", "2"] + limits,
+                        cwd=SITE, stderr=said)
     wait_for_socket(path, process)
     return path, process
 
