@@ -3,6 +3,7 @@
 // program's (program/resident.h).
 #include "program/fastcgi.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <climits>
@@ -417,9 +418,31 @@ resident_answer serve_accepted(FCGX_Request& request, const fastcgi_options& opt
 // ---- the parent ---------------------------------------------------------------------------
 
 struct worker_slot {
-    pid_t pid = 0;
-    time_t started = 0;
+    pid_t pid = 0;         // 0 while a replacement waits for restart_at
+    double started = 0;    // when the worker started, in seconds of the monotonic clock
+    int quick_ends = 0;    // how many workers in a row ended within QUICK_END of their start
+    double restart_at = 0; // when the next worker starts, for a slot without one
 };
+
+// A worker that ends this soon after its start, several times in a row, meets a setup that
+// cannot serve (a limit too small to start in, a missing folder): each replacement then
+// waits twice as long as the one before, from 0.1 s up to 5 s, so the parent does not spin.
+constexpr double QUICK_END = 1.0;
+constexpr int QUICK_ENDS_ALLOWED = 3;
+
+double now_seconds()
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec + now.tv_nsec / 1e9;
+}
+
+double restart_delay(int quick_ends)
+{
+    if (quick_ends < QUICK_ENDS_ALLOWED)
+        return 0;
+    return std::min(5.0, 0.1 * (1 << std::min(quick_ends - QUICK_ENDS_ALLOWED, 6)));
+}
 
 pid_t start_worker(int listener, const fastcgi_options& options, const sigset_t& parent_mask)
 {
@@ -507,9 +530,27 @@ int supervise(int listener, const fastcgi_options& options, char** argv,
     signal(SIGPIPE, SIG_IGN);
     std::vector<worker_slot> slots(count < 1 ? 1 : count);
     for (worker_slot& slot : slots)
-        slot = {start_worker(listener, options, parent_mask), time(nullptr)};
+        slot = {start_worker(listener, options, parent_mask), now_seconds(), 0, 0};
     for (;;) {
-        int sig = sigwaitinfo(&watched, nullptr);
+        // Waits for a signal, or until the next replacement is due.
+        double due = 0;
+        for (const worker_slot& slot : slots)
+            if (slot.pid == 0 && (due == 0 || slot.restart_at < due))
+                due = slot.restart_at;
+        int sig;
+        if (due == 0) {
+            sig = sigwaitinfo(&watched, nullptr);
+        } else {
+            double wait = std::max(0.0, due - now_seconds());
+            timespec timeout = {(time_t)wait, (long)((wait - (time_t)wait) * 1e9)};
+            sig = sigtimedwait(&watched, nullptr, &timeout);
+        }
+        for (worker_slot& slot : slots) {
+            if (slot.pid == 0 && slot.restart_at <= now_seconds()) {
+                slot.pid = start_worker(listener, options, parent_mask);
+                slot.started = now_seconds();
+            }
+        }
         if (sig == SIGTERM || sig == SIGINT) {
             stop_workers(slots);
             if (!unix_path.empty())
@@ -527,12 +568,14 @@ int supervise(int listener, const fastcgi_options& options, char** argv,
                 if (slot.pid != pid)
                     continue;
                 report_end(pid, status);
-                // One that could not even start serving is not started again at once, so a
-                // broken setup does not spin.
-                if (WIFEXITED(status) && WEXITSTATUS(status) == 1 &&
-                    time(nullptr) - slot.started < 2)
-                    sleep(1);
-                slot = {start_worker(listener, options, parent_mask), time(nullptr)};
+                slot.quick_ends =
+                    now_seconds() - slot.started < QUICK_END ? slot.quick_ends + 1 : 0;
+                slot.restart_at = now_seconds() + restart_delay(slot.quick_ends);
+                slot.pid = 0;
+                if (restart_delay(slot.quick_ends) == 0) {
+                    slot.pid = start_worker(listener, options, parent_mask);
+                    slot.started = now_seconds();
+                }
             }
         }
     }
