@@ -174,13 +174,8 @@ int listen_tcp(const char* address)
 // (their standard input, which becomes /dev/null) and closed when they start.
 int listener_kept(int fd)
 {
-    if (fd == 0) {
-        fd = fcntl(0, F_DUPFD_CLOEXEC, 3);
-        int nothing = open("/dev/null", O_RDONLY);
-        dup2(nothing, 0);
-        if (nothing > 0)
-            close(nothing);
-    }
+    if (fd == 0)
+        fd = fcntl(0, F_DUPFD_CLOEXEC, 3); // worker_run puts /dev/null on descriptor 0
     fcntl(fd, F_SETFD, FD_CLOEXEC);
     return fd;
 }

@@ -10,7 +10,8 @@
  *            line "#body-only" among the params compares only the body of its responses
  *            (for a header that holds the time, as a cookie's expiry does)
  * The first response to each REQUEST file is written beside it, to REQUEST.response: the
- * response's stdout, then a line "status N" with its appStatus. Exits 1 when a response differed or a request failed, after printing the first few. */
+ * response's stdout, then a line "status N" with its appStatus. Exits 1 when a response differed or
+ * a request failed, after printing the first few. */
 #define _GNU_SOURCE /* memmem */
 #include <dirent.h>
 #include <errno.h>
@@ -33,7 +34,7 @@ struct request {
     const char* name;
     struct buffer params; /* encoded name-value pairs */
     struct buffer body;
-    struct buffer first;  /* the first response, stdout then the status */
+    struct buffer first; /* the first response, stdout then the status */
     int answered;
     int body_only;
 };
@@ -64,8 +65,8 @@ static void put_length(struct buffer* b, size_t n)
 
 static void put_record(struct buffer* b, int type, const char* data, size_t n)
 {
-    unsigned char header[8] = {1, (unsigned char)type, 0, 1, (unsigned char)(n >> 8),
-                               (unsigned char)n, 0, 0};
+    unsigned char header[8] = {
+        1, (unsigned char)type, 0, 1, (unsigned char)(n >> 8), (unsigned char)n, 0, 0};
     put(b, header, sizeof header);
     put(b, data, n);
 }
@@ -276,8 +277,8 @@ int main(int argc, char** argv)
         } else if (!same(r, &response)) {
             failures++;
             if (reported++ < REPORTS_MAX)
-                fprintf(stderr, "request %ld (%s): %zu bytes where the first had %zu\n", i,
-                        r->name, response.used, r->first.used);
+                fprintf(stderr, "request %ld (%s): %zu bytes where the first had %zu\n", i, r->name,
+                        response.used, r->first.used);
         }
         if (every > 0 && (i + 1) % every == 0) {
             int worker = worker_of(parent);
